@@ -1,0 +1,89 @@
+// CoreLibSDM.cpp: the start-up and shutdown order of the library's services.
+#include "CoreLib/CoreLibSDM.h"
+
+#include "CoreLib/Assert.h"
+#include "CoreLib/LogManager.h"
+#include "CoreLib/StaticDataManager.h"
+#include "CoreLib/platform/Crt.h"
+#include "CoreLib/platform/Time.h"
+
+#include <iterator>
+#include <new>
+
+namespace zn {
+
+bool CoreLibSDM::ms_bInitialized = false;
+unsigned int CoreLibSDM::ms_uiInstanceCount = 0;
+
+namespace {
+CoreLibSDM::StepObserver s_StepObserver = nullptr;
+
+void SeedRandom() {
+    platform::CrtSrand(static_cast<uint32_t>(platform::Time64()));
+}
+
+void CreateAssertLock() {
+    AssertLock = new (std::nothrow) CriticalSection(CriticalSection::kDefaultSpinCount);
+}
+
+void DeleteAssertLock() {
+    delete AssertLock;
+    AssertLock = nullptr;
+}
+
+// One service: how it comes up and how it goes down (null when there is nothing to undo).
+// Shutdown walks this table backwards, so the two orders can never drift apart.
+struct Step {
+    const char* name;
+    void (*start)();
+    void (*stop)();
+};
+
+const Step kSteps[] = {
+    {"SeedRandom", SeedRandom, nullptr},
+    {"AssertLock", CreateAssertLock, DeleteAssertLock},
+    {"LogManager", LogManager::Create, LogManager::Destroy},
+};
+
+void Notify(const char* step, bool starting) {
+    if (s_StepObserver != nullptr) {
+        s_StepObserver(step, starting);
+    }
+}
+}  // namespace
+
+CoreLibSDM::CoreLibSDM() {
+    if (ms_uiInstanceCount++ == 0) {
+        StaticDataManager::AddLibrary(CoreLibSDM::Init, CoreLibSDM::Shutdown, 0);
+    }
+}
+
+void CoreLibSDM::SetStepObserver(StepObserver observer) {
+    s_StepObserver = observer;
+}
+
+void CoreLibSDM::Init() {
+    if (ms_bInitialized) {
+        return;
+    }
+    ms_bInitialized = true;
+    for (const Step& step : kSteps) {
+        Notify(step.name, true);
+        step.start();
+    }
+}
+
+void CoreLibSDM::Shutdown() {
+    if (!ms_bInitialized) {
+        return;
+    }
+    ms_bInitialized = false;
+    for (auto step = std::rbegin(kSteps); step != std::rend(kSteps); ++step) {
+        if (step->stop != nullptr) {
+            Notify(step->name, false);
+            step->stop();
+        }
+    }
+}
+
+}  // namespace zn
