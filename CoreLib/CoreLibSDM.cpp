@@ -1,8 +1,10 @@
 // CoreLibSDM.cpp: the start-up and shutdown order of the library's services.
 #include "CoreLib/CoreLibSDM.h"
 
+#include "CoreLib/Allocator.h"
 #include "CoreLib/Assert.h"
 #include "CoreLib/LogManager.h"
+#include "CoreLib/MemoryManager.h"
 #include "CoreLib/StaticDataManager.h"
 #include "CoreLib/platform/Crt.h"
 #include "CoreLib/platform/Time.h"
@@ -31,6 +33,14 @@ void DeleteAssertLock() {
     AssertLock = nullptr;
 }
 
+// The result of Create is not checked: start-up has no failure path.
+void CreateMemoryManager() { MemoryManager::Create(); }
+void DestroyMemoryManager() { MemoryManager::Destroy(); }
+void CreateGlobalAllocator() { Singleton<GlobalAllocator>::_SDMInit(); }
+void DestroyGlobalAllocator() { Singleton<GlobalAllocator>::_SDMShutdown(); }
+void CreateLargeBlockAllocator() { Singleton<LargeBlockAllocater>::_SDMInit(); }
+void DestroyLargeBlockAllocator() { Singleton<LargeBlockAllocater>::_SDMShutdown(); }
+
 // One service: how it comes up and how it goes down (null when there is nothing to undo).
 // Shutdown walks this table backwards, so the two orders can never drift apart.
 struct Step {
@@ -43,6 +53,9 @@ const Step kSteps[] = {
     {"SeedRandom", SeedRandom, nullptr},
     {"AssertLock", CreateAssertLock, DeleteAssertLock},
     {"LogManager", LogManager::Create, LogManager::Destroy},
+    {"MemoryManager", CreateMemoryManager, DestroyMemoryManager},
+    {"GlobalAllocator", CreateGlobalAllocator, DestroyGlobalAllocator},
+    {"LargeBlockAllocater", CreateLargeBlockAllocator, DestroyLargeBlockAllocator},
 };
 
 void Notify(const char* step, bool starting) {

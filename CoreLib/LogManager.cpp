@@ -2,6 +2,7 @@
 #include "CoreLib/LogManager.h"
 
 #include "CoreLib/Assert.h"
+#include "CoreLib/MemoryManager.h"
 #include "CoreLib/PlatformShims.h"
 #include "CoreLib/Report.h"
 #include "CoreLib/platform/Time.h"
@@ -23,6 +24,32 @@ namespace {
 constexpr unsigned int kMessageLimit = LogManager::kMessageBufferSize - 1;
 constexpr unsigned int kTimeLimit = LogManager::kTimeBufferSize - 1;
 constexpr uint32_t kLogSpinCount = 4000;
+
+// The lock order of the library: the memory manager's lock first (loggers may allocate), then the
+// log manager's. Before the memory manager exists, and after it is gone, only the second is taken.
+class ReportLocks {
+public:
+    explicit ReportLocks(CriticalSection* logLock)
+        : m_MemoryLock(MemoryManager::IsCreated() ? &MemoryManager::GetInstance().GetCriticalSection() : nullptr),
+          m_LogLock(logLock) {
+        if (m_MemoryLock != nullptr) {
+            m_MemoryLock->Lock();
+        }
+        m_LogLock->Lock();
+    }
+    ~ReportLocks() {
+        m_LogLock->Unlock();
+        if (m_MemoryLock != nullptr) {
+            m_MemoryLock->Unlock();
+        }
+    }
+    ReportLocks(const ReportLocks&) = delete;
+    ReportLocks& operator=(const ReportLocks&) = delete;
+
+private:
+    CriticalSection* m_MemoryLock;
+    CriticalSection* m_LogLock;
+};
 }  // namespace
 
 LogManager::LogManager()
@@ -126,7 +153,7 @@ void LogManager::GatherLogInfo(const char* format, va_list arguments, ReportBuff
 
 void LogManager::Log(ELogChannel channel, const char* file, int line, const char* function,
                      const char* format, ...) {
-    CSLock guard(&m_Lock);
+    ReportLocks guard(&m_Lock);
     if (!s_bLoggerInitialized || IsChannelMasked(channel)) {
         return;
     }
@@ -146,7 +173,7 @@ void LogManager::Log(ELogChannel channel, const char* file, int line, const char
 
 bool LogManager::Assert(ELogChannel channel, const char* file, int line, const char* function,
                         const char* format, ...) {
-    CSLock guard(&m_Lock);
+    ReportLocks guard(&m_Lock);
     if (!s_bLoggerInitialized || IsChannelMasked(channel)) {
         return false;
     }

@@ -37,10 +37,12 @@ protected:
 
 TEST_F(StartUpOrder, InitRunsTheStepsInOrderAndShutdownUndoesThemInReverse) {
     CoreLibSDM::Init();
-    EXPECT_THAT(g_Steps, ElementsAre("+SeedRandom", "+AssertLock", "+LogManager"));
+    EXPECT_THAT(g_Steps, ElementsAre("+SeedRandom", "+AssertLock", "+LogManager", "+MemoryManager",
+                                     "+GlobalAllocator", "+LargeBlockAllocater"));
     g_Steps.clear();
     CoreLibSDM::Shutdown();
-    EXPECT_THAT(g_Steps, ElementsAre("-LogManager", "-AssertLock"));
+    EXPECT_THAT(g_Steps, ElementsAre("-LargeBlockAllocater", "-GlobalAllocator", "-MemoryManager", "-LogManager",
+                                     "-AssertLock"));
 }
 
 TEST_F(StartUpOrder, SecondInitAndSecondShutdownDoNothing) {
@@ -52,7 +54,7 @@ TEST_F(StartUpOrder, SecondInitAndSecondShutdownDoNothing) {
     CoreLibSDM::Init();
     EXPECT_EQ(LogManager::GetInstance(), manager);
     EXPECT_EQ(AssertLock, lock);
-    EXPECT_EQ(g_Steps.size(), 3u);
+    EXPECT_EQ(g_Steps.size(), 6u);
     CoreLibSDM::Shutdown();
     EXPECT_EQ(LogManager::GetInstance(), nullptr);
     EXPECT_EQ(AssertLock, nullptr);
