@@ -29,9 +29,11 @@ void CheckAlignment(unsigned int alignment) {
 void* PlaceAligned(void* block, unsigned int alignment) {
     auto start = reinterpret_cast<uintptr_t>(block);
     uintptr_t padding = (alignment - start - kBackPointerSize) & (alignment - 1);
-    auto* backPointer = reinterpret_cast<void**>(start + padding);
-    *backPointer = block;
-    return backPointer + 1;
+    auto* backPointer = reinterpret_cast<char*>(start + padding);
+    // An alignment that is no power of two (reported, used all the same) can leave the
+    // back-pointer unaligned: copy it as bytes.
+    std::memcpy(backPointer, &block, kBackPointerSize);
+    return backPointer + kBackPointerSize;
 }
 
 // The platform block behind p. A null p has no back-pointer to read: it stays null.
@@ -39,7 +41,9 @@ void* RealBlock(void* const p, unsigned int alignment) {
     if (alignment == 0 || p == nullptr) {
         return p;
     }
-    return *(static_cast<void**>(p) - 1);
+    void* block;
+    std::memcpy(&block, static_cast<char*>(p) - kBackPointerSize, kBackPointerSize);
+    return block;
 }
 
 bool Contains(void* low, void* high, void* p) { return low <= p && p <= high; }

@@ -143,7 +143,14 @@ TEST_F(HeapTest, FixedHeapRefusesReallocationsAboveItsBlockLimit) {
     EXPECT_EQ(heap->Realloc(p, 519169, oldSize, 0), nullptr);
     EXPECT_EQ(oldSize, 7u) << "nothing touched";
     EXPECT_EQ(heap->GetMemoryInUse(), inUse);
-    EXPECT_EQ(heap->Realloc(p, 519168 - 23, oldSize, 16), nullptr) << "the aligned request counts";
+    size = 64;
+    void* aligned = heap->Alloc(size, 16);
+    ASSERT_NE(aligned, nullptr);
+    EXPECT_EQ(heap->Realloc(aligned, 519168 - 22, oldSize, 16), nullptr) << "alignment + 7 count in the request";
+    aligned = heap->Realloc(aligned, 519168 - 23, oldSize, 16);
+    ASSERT_NE(aligned, nullptr);
+    size_t freed = 0;
+    heap->Free(aligned, freed, 16);
     void* grown = heap->Realloc(p, 519168, oldSize, 0);
     EXPECT_NE(grown, nullptr);
 }
