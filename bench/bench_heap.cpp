@@ -9,9 +9,7 @@
 #include <benchmark/benchmark.h>
 #include <jemalloc/jemalloc.h>
 #include <mimalloc.h>
-#include <spawn.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -246,6 +244,25 @@ void MixedWorkloadOnce() {
     }
 }
 
+// The child's own high-water mark of resident memory. getrusage and wait4 would not do: their
+// maximum carries the parent's resident set over from before the child's exec.
+long ReadHighWaterKiB() {
+    FILE* status = std::fopen("/proc/self/status", "r");
+    if (status == nullptr) {
+        return -1;
+    }
+    char line[256];
+    long kib = -1;
+    while (std::fgets(line, sizeof(line), status) != nullptr) {
+        if (std::sscanf(line, "VmHWM: %ld kB", &kib) == 1) {
+            break;
+        }
+    }
+    std::fclose(status);
+    return kib;
+}
+
+// Runs the mixed workload for one allocator in a fresh process and reads back its peak.
 long PeakResidentKiB(const char* allocator) {
     char self[4096];
     ssize_t length = readlink("/proc/self/exe", self, sizeof(self) - 1);
@@ -253,18 +270,16 @@ long PeakResidentKiB(const char* allocator) {
         return -1;
     }
     self[length] = '\0';
-    std::string argument = std::string("--rss=") + allocator;
-    char* argv[] = {self, argument.data(), nullptr};
-    pid_t child = 0;
-    if (posix_spawn(&child, self, nullptr, nullptr, argv, environ) != 0) {
+    std::string command = std::string("'") + self + "' --rss=" + allocator;
+    FILE* child = popen(command.c_str(), "r");
+    if (child == nullptr) {
         return -1;
     }
-    int status = 0;
-    struct rusage usage {};
-    if (wait4(child, &status, 0, &usage) != child || !WIFEXITED(status) || WEXITSTATUS(status) != 0) {
-        return -1;
+    long kib = -1;
+    if (std::fscanf(child, "%ld", &kib) != 1) {
+        kib = -1;
     }
-    return usage.ru_maxrss;
+    return pclose(child) == 0 ? kib : -1;
 }
 
 int RunRssChild(const std::string& allocator) {
@@ -283,6 +298,7 @@ int RunRssChild(const std::string& allocator) {
     } else {
         return 2;
     }
+    std::printf("%ld\n", ReadHighWaterKiB());
     return 0;
 }
 

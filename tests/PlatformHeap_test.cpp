@@ -480,6 +480,48 @@ TEST(PlatformHeapReAlloc, FailureLeavesTheBlockIntact) {
     EXPECT_TRUE(IsValid(heap.Get()));
 }
 
+TEST(PlatformHeapReAlloc, MediumBlockComesBackForTheNextRequestOfItsSize) {
+    ScopedHeap heap(HEAP_NO_SERIALIZE, 0, 0);
+    Neighbours blocks = AllocateNeighbours(heap.Get(), 6000);
+    ASSERT_TRUE(HeapFree(heap.Get(), 0, blocks.m_Second));
+    EXPECT_TRUE(IsValid(heap.Get()));
+    const HeapWalkEntry* freed = FindEntry(WalkAll(heap.Get()), blocks.m_Second);
+    ASSERT_NE(freed, nullptr);
+    EXPECT_EQ(freed->wFlags, 0);
+    EXPECT_EQ(HeapSize(heap.Get(), 0, blocks.m_Second), SIZE_MAX);
+    EXPECT_FALSE(HeapFree(heap.Get(), 0, blocks.m_Second));
+    auto* again = static_cast<char*>(HeapAlloc(heap.Get(), HEAP_ZERO_MEMORY, 5990));
+    EXPECT_EQ(again, blocks.m_Second);
+    ASSERT_NE(again, nullptr);
+    EXPECT_TRUE(AllZero(again, 5990));
+    EXPECT_EQ(HeapSize(heap.Get(), 0, again), 5990u);
+    EXPECT_EQ(HeapBytesInUse(heap.Get()), 2 * 6000u + 5990u);
+    EXPECT_TRUE(IsValid(heap.Get()));
+}
+
+TEST(PlatformHeapReAlloc, AFreedLargeMappingIsReusedZeroedAndNotTakenForABlock) {
+    ScopedHeap heap(HEAP_NO_SERIALIZE, 0, 0);
+    auto* large = static_cast<char*>(HeapAlloc(heap.Get(), 0, 3 * kMiB));
+    ASSERT_NE(large, nullptr);
+    Fill(large, 3 * kMiB, 0xAB);
+    ASSERT_TRUE(HeapFree(heap.Get(), 0, large));
+    EXPECT_FALSE(HeapFree(heap.Get(), 0, large));
+    EXPECT_EQ(HeapSize(heap.Get(), 0, large), SIZE_MAX);
+    EXPECT_TRUE(BusyEntries(WalkAll(heap.Get())).empty());
+    EXPECT_TRUE(IsValid(heap.Get()));
+    auto* zeroed = static_cast<char*>(HeapAlloc(heap.Get(), HEAP_ZERO_MEMORY, kMiB));
+    ASSERT_NE(zeroed, nullptr);
+    EXPECT_TRUE(AllZero(zeroed, kMiB));
+    // Growing inside the kept mapping must not show what its last owner left there either.
+    auto* grown = static_cast<char*>(HeapReAlloc(heap.Get(), HEAP_ZERO_MEMORY, zeroed, 2 * kMiB));
+    ASSERT_NE(grown, nullptr);
+    EXPECT_TRUE(AllZero(grown, 2 * kMiB));
+    EXPECT_EQ(HeapSize(heap.Get(), 0, grown), 2 * kMiB);
+    EXPECT_EQ(HeapBytesInUse(heap.Get()), 2 * kMiB);
+    EXPECT_TRUE(IsValid(heap.Get()));
+    EXPECT_TRUE(HeapFree(heap.Get(), 0, grown));
+}
+
 // ---- fixed heaps -----------------------------------------------------------------------------------
 
 size_t ReservedBytes(PlatformHeap* heap) {
@@ -532,6 +574,19 @@ TEST(PlatformHeapFixed, CachedSmallBlocksComeBackForALargerRequest) {
         ASSERT_TRUE(HeapFree(heap.Get(), 0, block));
     }
     EXPECT_NE(HeapAlloc(heap.Get(), 0, 40 * kKiB), nullptr) << "small blocks stayed parked in the cache";
+    EXPECT_TRUE(IsValid(heap.Get()));
+}
+
+TEST(PlatformHeapFixed, CachedMediumBlocksComeBackForALargerRequest) {
+    ScopedHeap heap(HEAP_NO_SERIALIZE, 0, 128 * kKiB);
+    ASSERT_NE(heap.Get(), nullptr);
+    std::vector<void*> blocks = AllocateUntilFull(heap.Get(), 3000);
+    EXPECT_GE(blocks.size(), 30u);
+    for (void* block : blocks) {
+        ASSERT_TRUE(HeapFree(heap.Get(), 0, block));
+    }
+    EXPECT_TRUE(IsValid(heap.Get()));
+    EXPECT_NE(HeapAlloc(heap.Get(), 0, 100 * kKiB), nullptr) << "medium blocks stayed parked in the cache";
     EXPECT_TRUE(IsValid(heap.Get()));
 }
 

@@ -1,6 +1,7 @@
 // PlatformHeap.cpp: heaps of boundary-tagged blocks in mmap'ed regions. Free blocks are indexed by
 // a two-level segregated fit whose bitmaps make every search O(1), neighbours merge at once, small
-// blocks pass through per-size LIFO caches, and requests of 256 KiB and up get their own mapping.
+// blocks pass through per-size LIFO caches and medium ones through per-class caches of bounded
+// size, and requests of 256 KiB and up get their own mapping, which a free keeps for reuse.
 #include "CoreLib/platform/PlatformHeap.h"
 
 #include "CoreLib/platform/Platform.h"
@@ -85,6 +86,22 @@ constexpr uint32_t kMaxFlushCount = 256;
 constexpr size_t kFlushBeforeGrowBytes = size_t{1} << 20;
 constexpr uint32_t kUncacheScanLimit = 64;  // a neighbour freed long ago is rarely worth the search
 
+// Medium caches: freed blocks above the small bins and below 128 KiB wait, unmerged, in LIFO bins
+// of the free index's size classes, so a program that keeps freeing and asking for blocks of a few
+// KiB (buffers, strings, arrays) reuses them without splitting and merging each time. A bin holds
+// about 512 KiB and all of them together at most kMediumBudget; beyond that a freed block merges.
+constexpr uint32_t kMediumFirstFl = 3;  // first-level class of 1024..2047
+constexpr uint32_t kMediumBinCount = 7 * kSlCount;
+constexpr uint32_t kMaxMediumBlock = (1u << 17) - kAlignment;
+constexpr uint32_t kMediumBinBytes = 512 * 1024;
+constexpr size_t kMediumBudget = size_t{8} << 20;
+constexpr uint32_t kMediumScanLimit = 4;
+
+// A freed large mapping is kept (at most kSpareCount of them, each up to kMaxSpareBytes) for the
+// next large request: it saves the mmap, the munmap and, above all, faulting every page back in.
+constexpr uint32_t kSpareCount = 2;
+constexpr size_t kMaxSpareBytes = size_t{32} << 20;
+
 constexpr uint32_t kRegionMagic = 0x5A4E5247;
 constexpr uint32_t kHeapMagic = 0x5A4E4850;
 // m_Requested values above any request a block can hold. A cached block is busy for merging but
@@ -135,6 +152,14 @@ struct ListIndex {
 struct FrontCache {
     BlockHeader* m_Head[kBinCount] = {};
     uint16_t m_Count[kBinCount] = {};
+};
+
+// The heap-wide medium cache, guarded like the free index. It lives in a page of its own, mapped
+// on the first medium free: the heap's head must stay within one page.
+struct MediumCache {
+    BlockHeader* m_Head[kMediumBinCount] = {};
+    uint16_t m_Count[kMediumBinCount] = {};
+    size_t m_Bytes = 0;
 };
 
 // A thread's front cache for the process heap. Its owner works on it without the heap lock inside
@@ -255,6 +280,8 @@ struct PlatformHeap {
     FrontCache m_Cache;
     ThreadCache* m_ThreadCacheList = nullptr;
     ThreadCache* m_SpareThreadCaches = nullptr;
+    MediumCache* m_Medium = nullptr;
+    Region* m_SpareLarge[kSpareCount] = {};  // freed large mappings kept for reuse, unlinked
     uint32_t m_QuiesceDepth = 0;
     const char* m_ValidationError = nullptr;
     // Written under m_Lock, read without it: HeapFree's first cheap ownership test.
@@ -400,8 +427,9 @@ inline bool IsInUse(const BlockHeader* block) {
     return (FlagsOf(block) & kBusy) && !IsCached(block);
 }
 
-// A block handed out by this heap and not yet given back, or null.
-ZN_HEAP_HOT BlockHeader* OwnedBusyBlock(const PlatformHeap* heap, const void* user) {
+// A block handed out by this heap and not yet given back, or null; *sizeFlags gets its size word,
+// so the free path reads each header word once.
+ZN_HEAP_HOT BlockHeader* OwnedBusyBlock(const PlatformHeap* heap, const void* user, uint32_t* sizeFlags) {
     uintptr_t address = reinterpret_cast<uintptr_t>(user);
     uintptr_t low = heap->m_LowAddress.load(std::memory_order_relaxed);
     if (address % kAlignment != 0 ||
@@ -409,15 +437,21 @@ ZN_HEAP_HOT BlockHeader* OwnedBusyBlock(const PlatformHeap* heap, const void* us
         return nullptr;
     }
     BlockHeader* block = HeaderOf(user);
-    uint32_t sizeFlags = Peek(&block->m_SizeFlags);
-    if (!(sizeFlags & kBusy) || Peek(&block->m_Check) != CheckWord(heap, block) || IsCached(block)) {
+    uint32_t word = Peek(&block->m_SizeFlags);
+    *sizeFlags = word;
+    if (!(word & kBusy) || Peek(&block->m_Check) != CheckWord(heap, block) || IsCached(block)) {
         return nullptr;
     }
-    if (sizeFlags & kLarge) {
+    if (__builtin_expect(word & kLarge, 0)) {
         Region* region = LargeRegionOf(block);
         return region->m_Magic == kRegionMagic && region->m_Heap == heap ? block : nullptr;
     }
-    return sizeFlags >= kMinBlockSize ? block : nullptr;  // end tags have size 0
+    return word >= kMinBlockSize ? block : nullptr;  // end tags have size 0
+}
+
+ZN_HEAP_HOT BlockHeader* OwnedBusyBlock(const PlatformHeap* heap, const void* user) {
+    uint32_t sizeFlags = 0;
+    return OwnedBusyBlock(heap, user, &sizeFlags);
 }
 
 // ---- the free index ----------------------------------------------------------------------------
@@ -604,7 +638,11 @@ ZN_HEAP_HOT BlockHeader* PopCached(FrontCache* cache, uint32_t bin) {
     if (!block) {
         return nullptr;
     }
-    cache->m_Head[bin] = Peek(&LinksOf(block)->m_Next);
+    BlockHeader* next = Peek(&LinksOf(block)->m_Next);
+    cache->m_Head[bin] = next;
+    // The next pop from this bin reads the link of a block freed longer ago, often out of the
+    // processor's cache by now; fetching it meanwhile takes that miss off the next allocation.
+    __builtin_prefetch(LinksOf(next));
     --cache->m_Count[bin];
     return block;
 }
@@ -677,6 +715,144 @@ bool Uncache(FrontCache* cache, BlockHeader* block) {
         }
     }
     return false;
+}
+
+// ---- the medium cache ----------------------------------------------------------------------------
+
+inline uint32_t MediumBinOf(uint32_t size) {
+    ListIndex index = IndexOf(size);
+    return (index.m_Fl - kMediumFirstFl) * kSlCount + index.m_Sl;
+}
+
+inline bool IsMediumSize(uint32_t size) {
+    return size > kMaxCachedBlock && size <= kMaxMediumBlock;
+}
+
+struct MediumCapacities {
+    uint16_t m_Blocks[kMediumBinCount];
+};
+
+constexpr MediumCapacities MakeMediumCapacities() {
+    MediumCapacities capacities{};
+    for (uint32_t bin = 0; bin < kMediumBinCount; ++bin) {
+        uint32_t low = (kSlCount + bin % kSlCount) << (bin / kSlCount + kMediumFirstFl + kFlShift - kSlLog2);
+        capacities.m_Blocks[bin] = static_cast<uint16_t>(std::clamp(kMediumBinBytes / low, 2u, 512u));
+    }
+    return capacities;
+}
+
+constexpr MediumCapacities kMediumCapacities = MakeMediumCapacities();
+
+size_t MediumBytes(const PlatformHeap* heap) {
+    return heap->m_Medium ? heap->m_Medium->m_Bytes : 0;
+}
+
+MediumCache* MapMediumCache(PlatformHeap* heap) {
+    void* page = mmap(nullptr, RoundUp(sizeof(MediumCache), PageSize()), PROT_READ | PROT_WRITE,
+                      MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (page == MAP_FAILED) {
+        return nullptr;
+    }
+    heap->m_Medium = new (page) MediumCache{};
+    return heap->m_Medium;
+}
+
+void UnmapMediumCache(PlatformHeap* heap) {
+    if (heap->m_Medium) {
+        munmap(heap->m_Medium, RoundUp(sizeof(MediumCache), PageSize()));
+        heap->m_Medium = nullptr;
+    }
+}
+
+// Parks a freed medium block of `size` bytes; false when its bin or the budget is full.
+bool CacheMedium(PlatformHeap* heap, BlockHeader* block, uint32_t size) {
+    MediumCache* medium = heap->m_Medium ? heap->m_Medium : MapMediumCache(heap);
+    if (!medium) {
+        return false;
+    }
+    uint32_t bin = MediumBinOf(size);
+    if (medium->m_Count[bin] >= kMediumCapacities.m_Blocks[bin] || medium->m_Bytes + size > kMediumBudget) {
+        return false;
+    }
+    Poison(block, size);
+    Poke(&block->m_Requested, kCachedMark);
+    Poke(&LinksOf(block)->m_Next, medium->m_Head[bin]);
+    medium->m_Head[bin] = block;
+    ++medium->m_Count[bin];
+    medium->m_Bytes += size;
+    return true;
+}
+
+// Unlinks the block after `prev` (the head when prev is null) from a medium bin.
+BlockHeader* UnlinkMedium(MediumCache* medium, uint32_t bin, BlockHeader* prev) {
+    BlockHeader* block = prev ? Peek(&LinksOf(prev)->m_Next) : medium->m_Head[bin];
+    BlockHeader* next = Peek(&LinksOf(block)->m_Next);
+    if (prev) {
+        Poke(&LinksOf(prev)->m_Next, next);
+    } else {
+        medium->m_Head[bin] = next;
+    }
+    --medium->m_Count[bin];
+    medium->m_Bytes -= SizeOf(block);
+    return block;
+}
+
+// A cached block of at least `need` bytes: one of the first few of need's own class that is large
+// enough, else the head of the class above, whose blocks all are. It keeps its size: the slack is
+// under two classes, and cutting it off would cost the split and merge the cache is there to save.
+BlockHeader* TakeMedium(PlatformHeap* heap, uint32_t need) {
+    MediumCache* medium = heap->m_Medium;
+    if (!medium || medium->m_Bytes == 0) {
+        return nullptr;
+    }
+    uint32_t bin = MediumBinOf(need);
+    BlockHeader* prev = nullptr;
+    BlockHeader* block = medium->m_Head[bin];
+    for (uint32_t seen = 0; block && seen < kMediumScanLimit; ++seen) {
+        if (SizeOf(block) >= need) {
+            return UnlinkMedium(medium, bin, prev);
+        }
+        prev = block;
+        block = Peek(&LinksOf(block)->m_Next);
+    }
+    if (bin + 1 < kMediumBinCount && medium->m_Head[bin + 1]) {
+        return UnlinkMedium(medium, bin + 1, nullptr);
+    }
+    return nullptr;
+}
+
+// Takes a cached medium block back out, so that it can merge; false when it is not found near the
+// head of its bin.
+bool UncacheMedium(PlatformHeap* heap, BlockHeader* block) {
+    MediumCache* medium = heap->m_Medium;
+    if (!medium) {
+        return false;
+    }
+    uint32_t bin = MediumBinOf(SizeOf(block));
+    BlockHeader* prev = nullptr;
+    uint32_t seen = 0;
+    for (BlockHeader* entry = medium->m_Head[bin]; entry && seen < kUncacheScanLimit;
+         prev = entry, entry = Peek(&LinksOf(entry)->m_Next), ++seen) {
+        if (entry == block) {
+            UnlinkMedium(medium, bin, prev);
+            return true;
+        }
+    }
+    return false;
+}
+
+// Returns every cached medium block to the index; true when there was any.
+bool FlushMedium(PlatformHeap* heap) {
+    MediumCache* medium = heap->m_Medium;
+    if (!medium || medium->m_Bytes == 0) {
+        return false;
+    }
+    for (uint32_t bin = 0; bin < kMediumBinCount; ++bin) {
+        while (medium->m_Head[bin]) {
+            ReleaseBlock(heap, UnlinkMedium(medium, bin, nullptr));
+        }
+    }
+    return true;
 }
 
 // ---- regions -----------------------------------------------------------------------------------
@@ -818,7 +994,9 @@ size_t CachedBytes(const FrontCache* cache) {
 }
 
 BlockHeader* FlushAndTake(PlatformHeap* heap, FrontCache* cache, uint32_t need) {
-    return FlushCache(heap, cache) ? TakeFromIndex(heap, need) : nullptr;
+    bool flushedSmall = FlushCache(heap, cache);
+    bool flushedMedium = FlushMedium(heap);
+    return flushedSmall || flushedMedium ? TakeFromIndex(heap, need) : nullptr;
 }
 
 // A busy block of at least `need` bytes: from the index, else from the caller's cached blocks given
@@ -828,7 +1006,7 @@ BlockHeader* TakeBlock(PlatformHeap* heap, FrontCache* cache, uint32_t need) {
     if (BlockHeader* block = TakeFromIndex(heap, need)) {
         return block;
     }
-    if (CachedBytes(cache) >= kFlushBeforeGrowBytes) {
+    if (CachedBytes(cache) + MediumBytes(heap) >= kFlushBeforeGrowBytes) {
         if (BlockHeader* block = FlushAndTake(heap, cache, need)) {
             return block;
         }
@@ -852,14 +1030,86 @@ void ShadeLarge(Region* region) {
     Poison(reinterpret_cast<char*>(region) + end, region->m_Reserved - end);
 }
 
-void* AllocLarge(PlatformHeap* heap, size_t bytes) {
+// A kept mapping of at least mapSize bytes: the smallest that fits, else the largest grown by
+// mremap (its resident pages come along). Null when there is none.
+Region* TakeSpare(PlatformHeap* heap, size_t mapSize) {
+    uint32_t fit = kSpareCount;
+    uint32_t largest = kSpareCount;
+    for (uint32_t slot = 0; slot < kSpareCount; ++slot) {
+        Region* spare = heap->m_SpareLarge[slot];
+        if (!spare) {
+            continue;
+        }
+        if (spare->m_Reserved >= mapSize &&
+            (fit == kSpareCount || spare->m_Reserved < heap->m_SpareLarge[fit]->m_Reserved)) {
+            fit = slot;
+        }
+        if (largest == kSpareCount || spare->m_Reserved > heap->m_SpareLarge[largest]->m_Reserved) {
+            largest = slot;
+        }
+    }
+    uint32_t slot = fit != kSpareCount ? fit : largest;
+    if (slot == kSpareCount) {
+        return nullptr;
+    }
+    Region* spare = heap->m_SpareLarge[slot];
+    heap->m_SpareLarge[slot] = nullptr;
+    if (spare->m_Reserved >= mapSize) {
+        return spare;
+    }
+    size_t oldSize = spare->m_Reserved;
+    Unpoison(spare, oldSize);
+    void* grown = mremap(spare, oldSize, mapSize, MREMAP_MAYMOVE);
+    if (grown == MAP_FAILED) {
+        munmap(spare, oldSize);
+        return nullptr;
+    }
+    static_cast<Region*>(grown)->m_Reserved = mapSize;
+    return static_cast<Region*>(grown);
+}
+
+// Keeps a freed large mapping for reuse instead of unmapping it, evicting a smaller one when both
+// slots are taken; false when it is not worth keeping.
+bool KeepSpare(PlatformHeap* heap, Region* region) {
+    if (region->m_Reserved > kMaxSpareBytes) {
+        return false;
+    }
+    uint32_t slot = 0;
+    for (uint32_t candidate = 1; candidate < kSpareCount; ++candidate) {
+        Region* held = heap->m_SpareLarge[candidate];
+        if (held && (!heap->m_SpareLarge[slot] || held->m_Reserved >= heap->m_SpareLarge[slot]->m_Reserved)) {
+            continue;
+        }
+        slot = candidate;
+    }
+    if (Region* evicted = heap->m_SpareLarge[slot]) {
+        if (evicted->m_Reserved > region->m_Reserved) {
+            return false;
+        }
+        UnmapRegion(evicted);
+    }
+    // A stale pointer into the mapping must not pass for a block, nor the mapping for a region.
+    region->m_Magic = 0;
+    Poke(&region->m_FirstBlock->m_Check, 0u);
+    Poison(reinterpret_cast<char*>(region) + kLargeHeaderOffset, region->m_Reserved - kLargeHeaderOffset);
+    heap->m_SpareLarge[slot] = region;
+    return true;
+}
+
+void* AllocLarge(PlatformHeap* heap, uint32_t flags, size_t bytes) {
     if (bytes > kMaxRequest) {
         return nullptr;
     }
     size_t mapSize = RoundUp(kLargeUserOffset + bytes, PageSize());
-    void* base = mmap(nullptr, mapSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (base == MAP_FAILED) {
-        return nullptr;
+    void* base = TakeSpare(heap, mapSize);
+    bool reused = base != nullptr;
+    if (reused) {
+        mapSize = static_cast<Region*>(base)->m_Reserved;
+    } else {
+        base = mmap(nullptr, mapSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        if (base == MAP_FAILED) {
+            return nullptr;
+        }
     }
     BlockHeader* block = At(base, kLargeHeaderOffset);
     Region* region =
@@ -867,13 +1117,18 @@ void* AllocLarge(PlatformHeap* heap, size_t bytes) {
     LinkRegion(heap, region);
     WriteHeader(block, 0, kLargeSizeFlags, CheckWord(heap, block));
     ShadeLarge(region);
-    return UserOf(block);  // fresh pages already read as zero
+    if (reused && (flags & HEAP_ZERO_MEMORY)) {
+        std::memset(UserOf(block), 0, bytes);  // fresh pages read as zero, kept ones do not
+    }
+    return UserOf(block);
 }
 
 void FreeLarge(PlatformHeap* heap, BlockHeader* block) {
     Region* region = LargeRegionOf(block);
     UnlinkRegion(heap, region);
-    UnmapRegion(region);
+    if (!KeepSpare(heap, region)) {
+        UnmapRegion(region);
+    }
 }
 
 // Resizes a large block's mapping; without mayMove only where it lies. Null on failure.
@@ -920,9 +1175,10 @@ ZN_HEAP_HOT void* AllocCached(FrontCache* cache, uint32_t flags, size_t bytes) {
     return block ? HandOut(block, bytes, flags) : nullptr;
 }
 
-// Parks a freed block in a cache bin; false when it is not small or the bin is full.
-ZN_HEAP_HOT bool FreeCached(FrontCache* cache, BlockHeader* block) {
-    uint32_t size = SizeOf(block);
+// Parks a freed block in a cache bin; false when it is not small or the bin is full. sizeFlags is
+// the block's size word (a large block's is above every bin).
+ZN_HEAP_HOT bool FreeCached(FrontCache* cache, BlockHeader* block, uint32_t sizeFlags) {
+    uint32_t size = sizeFlags & ~kFlagMask;
     if (size > kMaxCachedBlock) {
         return false;
     }
@@ -937,12 +1193,16 @@ ZN_HEAP_HOT bool FreeCached(FrontCache* cache, BlockHeader* block) {
 
 void* AllocUncached(PlatformHeap* heap, FrontCache* cache, uint32_t flags, size_t bytes) {
     if (bytes >= kLargeThreshold && heap->m_MaximumSize == 0) {
-        return AllocLarge(heap, bytes);
+        return AllocLarge(heap, flags, bytes);
     }
     if (bytes > kMaxNormalRequest) {
         return nullptr;
     }
-    BlockHeader* block = TakeBlock(heap, cache, BlockSizeFor(bytes));
+    uint32_t need = BlockSizeFor(bytes);
+    BlockHeader* block = IsMediumSize(need) ? TakeMedium(heap, need) : nullptr;
+    if (!block) {
+        block = TakeBlock(heap, cache, need);
+    }
     return block ? HandOut(block, bytes, flags) : nullptr;
 }
 
@@ -963,7 +1223,7 @@ ZN_HEAP_COLD void FreeMiss(PlatformHeap* heap, FrontCache* cache, BlockHeader* b
         FlushBin(heap, cache, BinOf(size), std::min(BinCapacity(BinOf(size)) / 2, kMaxFlushCount));
         Poison(block, size);
         PushCached(cache, block, BinOf(size));
-    } else {
+    } else if (!IsMediumSize(size) || !CacheMedium(heap, block, size)) {
         ReleaseBlock(heap, block);
     }
 }
@@ -978,17 +1238,23 @@ ZN_HEAP_HOT void* AllocExclusive(PlatformHeap* heap, FrontCache* cache, uint32_t
     return AllocMiss(heap, cache, flags, bytes);
 }
 
-ZN_HEAP_HOT void FreeExclusive(PlatformHeap* heap, FrontCache* cache, BlockHeader* block) {
-    if (!cache || !FreeCached(cache, block)) {
+ZN_HEAP_HOT void FreeExclusive(PlatformHeap* heap, FrontCache* cache, BlockHeader* block,
+                               uint32_t sizeFlags) {
+    if (!cache || !FreeCached(cache, block, sizeFlags)) {
         FreeMiss(heap, cache, block);
     }
+}
+
+void FreeExclusive(PlatformHeap* heap, FrontCache* cache, BlockHeader* block) {
+    FreeExclusive(heap, cache, block, Peek(&block->m_SizeFlags));
 }
 
 // Grows a busy block over the free block above it when the two hold `need` together. A neighbour
 // parked in the caller's cache is taken back first.
 bool AbsorbNext(PlatformHeap* heap, FrontCache* cache, BlockHeader* block, uint32_t need) {
     BlockHeader* next = NextOf(block);
-    if (cache && IsCached(next) && Uncache(cache, next)) {
+    if (IsCached(next) &&
+        (IsMediumSize(SizeOf(next)) ? UncacheMedium(heap, next) : cache && Uncache(cache, next))) {
         ReleaseBlock(heap, next);
     }
     if (FlagsOf(next) & kBusy) {
@@ -1070,7 +1336,9 @@ void* MoveBlock(PlatformHeap* heap, FrontCache* cache, uint32_t flags, BlockHead
 Region* ResizeMapping(PlatformHeap* heap, Region* region, size_t bytes, bool inPlaceOnly) {
     size_t needed = RoundUp(kLargeUserOffset + bytes, PageSize());
     size_t current = region->m_Reserved;
-    if (needed <= current && needed >= current / 2) {
+    // A growth that fits keeps the mapping whatever its size (it may be a kept one, larger than
+    // asked for); a shrink gives the pages back once most of them would go unused.
+    if (needed <= current && (needed >= current / 2 || bytes >= region->m_LargeRequested)) {
         return region;
     }
     if (needed > current && !inPlaceOnly) {
@@ -1286,10 +1554,10 @@ ZN_HEAP_HOT void* AllocThreadCached(PlatformHeap* heap, uint32_t flags, size_t b
     return AllocThreadCachedMiss(heap, flags, bytes);
 }
 
-ZN_HEAP_HOT void FreeThreadCached(PlatformHeap* heap, BlockHeader* block) {
+ZN_HEAP_HOT void FreeThreadCached(PlatformHeap* heap, BlockHeader* block, uint32_t sizeFlags) {
     ThreadCache* cache = t_ThreadCache;
     if (cache && EnterCache(heap, cache)) {
-        bool cached = FreeCached(&cache->m_Bins, block);
+        bool cached = FreeCached(&cache->m_Bins, block, sizeFlags);
         LeaveCache(cache);
         if (cached) {
             return;
@@ -1323,6 +1591,13 @@ uint32_t MakeCookie(const void* seed) {
 }
 
 void DestroyRegions(PlatformHeap* heap) {
+    for (Region*& spare : heap->m_SpareLarge) {
+        if (spare) {
+            UnmapRegion(spare);
+            spare = nullptr;
+        }
+    }
+    UnmapMediumCache(heap);
     Region* home = heap->m_HomeRegion;
     for (Region* region = heap->m_FirstRegion; region;) {
         Region* next = region->m_Next;
@@ -1381,6 +1656,28 @@ bool EmitRegion(Region* region, HeapWalkEntry* entry) {
     entry->lpFirstBlock = region->m_FirstBlock;
     entry->lpLastBlock = reinterpret_cast<char*>(region) + region->m_Committed;
     return true;
+}
+
+// A walk step reads one header per block, in address order, each found only through the one
+// before; fetching lines a page ahead keeps the step from waiting on memory for each in turn.
+constexpr size_t kWalkPrefetchDistance = 4096;
+
+// EmitBlock for a block of a normal region, with each header word read once.
+ZN_HEAP_HOT void EmitNormalBlock(Region* region, BlockHeader* block, HeapWalkEntry* entry) {
+    uint32_t sizeFlags = Peek(&block->m_SizeFlags);
+    uint32_t requested = Peek(&block->m_Requested);
+    uint32_t span = sizeFlags & ~kFlagMask;
+    bool busy = (sizeFlags & kBusy) && requested != kCachedMark;
+    uint32_t data = busy ? requested : span - kHeaderSize;
+    entry->lpData = UserOf(block);
+    entry->cbData = data;
+    entry->cbOverhead = static_cast<uint8_t>(std::min<uint32_t>(span - data, 255));
+    entry->iRegionIndex = region->m_Index;
+    entry->wFlags = busy ? PROCESS_HEAP_ENTRY_BUSY : 0;
+    entry->dwCommittedSize = 0;
+    entry->dwUnCommittedSize = 0;
+    entry->lpFirstBlock = region;
+    entry->lpLastBlock = nullptr;
 }
 
 void EmitBlock(Region* region, BlockHeader* block, HeapWalkEntry* entry) {
@@ -1447,6 +1744,47 @@ bool WalkStep(PlatformHeap* heap, HeapWalkEntry* entry) {
         return false;
     }
     return EmitFrom(region, region->m_Large ? nullptr : NextOf(block), entry);
+}
+
+// The common step, from a block of a normal region to the next block there, cut to what it needs;
+// false for any other step, which the general WalkStep then takes (and checks) in full.
+ZN_HEAP_HOT bool WalkToNextBlock(const PlatformHeap* heap, HeapWalkEntry* entry) {
+    auto* region = static_cast<Region*>(entry->lpFirstBlock);
+    if (!entry->lpData || (entry->wFlags & (PROCESS_HEAP_REGION | PROCESS_HEAP_UNCOMMITTED_RANGE)) ||
+        !region || region->m_Magic != kRegionMagic || region->m_Heap != heap || region->m_Large) {
+        return false;
+    }
+    BlockHeader* block = HeaderOf(entry->lpData);
+    BlockHeader* endTag = EndTagOf(region);
+    if (reinterpret_cast<uintptr_t>(block) % kAlignment != 0 || block < region->m_FirstBlock ||
+        block >= endTag) {
+        return false;
+    }
+    BlockHeader* next = NextOf(block);
+    if (next == endTag) {
+        return false;
+    }
+    // Headers lie about two lines apart on average: two lines per step keep pace with the walk.
+    __builtin_prefetch(reinterpret_cast<char*>(next) + kWalkPrefetchDistance);
+    __builtin_prefetch(reinterpret_cast<char*>(next) + kWalkPrefetchDistance + 64);
+    EmitNormalBlock(region, next, entry);
+    return true;
+}
+
+// A walk step may skip the heap's lock when the heap has none to take or the caller holds it (and,
+// on the process heap, has the thread caches quiesced), as it must for a consistent walk.
+__attribute__((noinline)) bool HeldWholeByCaller(const PlatformHeap* heap) {
+    return heap->m_Lock.IsHeldByCaller() &&
+           (heap->m_Mode != HeapMode::kThreadCached || heap->m_QuiesceDepth > 0);
+}
+
+ZN_HEAP_HOT bool WalkNeedsNoLock(const PlatformHeap* heap) {
+    return heap->m_Mode == HeapMode::kUnserialised || HeldWholeByCaller(heap);
+}
+
+__attribute__((noinline)) bool WalkLocked(PlatformHeap* heap, HeapWalkEntry* entry) {
+    WholeHeapGuard guard(heap);
+    return WalkStep(heap, entry);
 }
 
 // ---- validation --------------------------------------------------------------------------------
@@ -1570,8 +1908,45 @@ const char* MarkCache(PlatformHeap* heap, FrontCache* cache, size_t* count) {
     return nullptr;
 }
 
+const char* MarkMedium(PlatformHeap* heap, size_t* count) {
+    MediumCache* medium = heap->m_Medium;
+    if (!medium) {
+        return nullptr;
+    }
+    size_t bytes = 0;
+    for (uint32_t bin = 0; bin < kMediumBinCount; ++bin) {
+        uint32_t seen = 0;
+        for (BlockHeader* block = medium->m_Head[bin]; block; block = Peek(&LinksOf(block)->m_Next)) {
+            if (++seen > medium->m_Count[bin]) {
+                return "a medium cache bin holds more blocks than its count";
+            }
+            if (!Plausible(heap, block) || FlagsOf(block) != kBusy) {
+                return "a medium cache bin holds a block that is not busy";
+            }
+            if (!IsMediumSize(SizeOf(block)) || MediumBinOf(SizeOf(block)) != bin) {
+                return "a medium cached block is in the wrong bin";
+            }
+            if (const char* error = MarkListed(block, kCachedMark, kListedCachedMark)) {
+                return error;
+            }
+            bytes += SizeOf(block);
+        }
+        if (seen != medium->m_Count[bin] || seen > kMediumCapacities.m_Blocks[bin]) {
+            return "a medium cache bin's count is wrong";
+        }
+        *count += seen;
+    }
+    if (bytes != medium->m_Bytes || bytes > kMediumBudget) {
+        return "the medium cache's byte count is wrong";
+    }
+    return nullptr;
+}
+
 const char* MarkCaches(PlatformHeap* heap, size_t* count) {
     if (const char* error = MarkCache(heap, &heap->m_Cache, count)) {
+        return error;
+    }
+    if (const char* error = MarkMedium(heap, count)) {
         return error;
     }
     for (ThreadCache* cache = heap->m_ThreadCacheList; cache; cache = cache->m_Next) {
@@ -1722,6 +2097,9 @@ void UnmarkLists(PlatformHeap* heap, bool wholeLists) {
         }
     }
     UnmarkCache(heap, &heap->m_Cache, wholeLists);
+    for (uint32_t bin = 0; heap->m_Medium && bin < kMediumBinCount; ++bin) {
+        UnmarkList(heap, heap->m_Medium->m_Head[bin], kListedCachedMark, kCachedMark, wholeLists);
+    }
     for (ThreadCache* cache = heap->m_ThreadCacheList; cache; cache = cache->m_Next) {
         UnmarkCache(heap, &cache->m_Bins, wholeLists);
     }
@@ -1845,15 +2223,17 @@ void* HeapReAlloc(PlatformHeap* heap, uint32_t flags, void* block, size_t bytes)
 
 bool HeapFree(PlatformHeap* heap, uint32_t flags, void* block) {
     if (heap && heap->m_Mode == HeapMode::kUnserialised) {
-        BlockHeader* header = OwnedBusyBlock(heap, block);
+        uint32_t sizeFlags = 0;
+        BlockHeader* header = OwnedBusyBlock(heap, block, &sizeFlags);
         if (header) {
-            FreeExclusive(heap, &heap->m_Cache, header);
+            FreeExclusive(heap, &heap->m_Cache, header, sizeFlags);
             return true;
         }
     } else if (heap && heap->m_Mode == HeapMode::kThreadCached) {
-        BlockHeader* header = OwnedBusyBlock(heap, block);
+        uint32_t sizeFlags = 0;
+        BlockHeader* header = OwnedBusyBlock(heap, block, &sizeFlags);
         if (header) {
-            FreeThreadCached(heap, header);
+            FreeThreadCached(heap, header, sizeFlags);
             return true;
         }
     } else if (heap) {
@@ -1892,8 +2272,10 @@ bool HeapWalk(PlatformHeap* heap, HeapWalkEntry* entry) {
     if (!heap || !entry) {
         return false;
     }
-    WholeHeapGuard guard(heap);
-    return WalkStep(heap, entry);
+    if (WalkNeedsNoLock(heap) && WalkToNextBlock(heap, entry)) {
+        return true;
+    }
+    return WalkLocked(heap, entry);
 }
 
 bool HeapValidate(PlatformHeap* heap) {
