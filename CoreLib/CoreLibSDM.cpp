@@ -3,9 +3,11 @@
 
 #include "CoreLib/Allocator.h"
 #include "CoreLib/Assert.h"
+#include "CoreLib/GlobalStringTable.h"
 #include "CoreLib/LogManager.h"
 #include "CoreLib/MemoryManager.h"
 #include "CoreLib/StaticDataManager.h"
+#include "CoreLib/WellKnownStrings.h"
 #include "CoreLib/platform/Crt.h"
 #include "CoreLib/platform/Time.h"
 
@@ -56,6 +58,8 @@ const Step kSteps[] = {
     {"MemoryManager", CreateMemoryManager, DestroyMemoryManager},
     {"GlobalAllocator", CreateGlobalAllocator, DestroyGlobalAllocator},
     {"LargeBlockAllocater", CreateLargeBlockAllocator, DestroyLargeBlockAllocator},
+    {"GlobalStringTable", GlobalStringTable::_SDMInit, GlobalStringTable::_SDMShutdown},
+    {"WellKnownStrings", WellKnownStringsInit, WellKnownStringsShutdown},
 };
 
 void Notify(const char* step, bool starting) {

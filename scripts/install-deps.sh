@@ -20,8 +20,8 @@ packages=(
     uuid-dev
     # tests
     libgtest-dev libgmock-dev xvfb xdotool libeigen3-dev
-    # benchmarks and the peer allocators they are measured against
-    libbenchmark-dev libjemalloc-dev libmimalloc-dev
+    # benchmarks and the peers they are measured against (allocators, hash sets)
+    libbenchmark-dev libjemalloc-dev libmimalloc-dev libabsl-dev
     # formatting of the sources
     clang-format
 )

@@ -38,11 +38,12 @@ protected:
 TEST_F(StartUpOrder, InitRunsTheStepsInOrderAndShutdownUndoesThemInReverse) {
     CoreLibSDM::Init();
     EXPECT_THAT(g_Steps, ElementsAre("+SeedRandom", "+AssertLock", "+LogManager", "+MemoryManager",
-                                     "+GlobalAllocator", "+LargeBlockAllocater"));
+                                     "+GlobalAllocator", "+LargeBlockAllocater", "+GlobalStringTable",
+                                     "+WellKnownStrings"));
     g_Steps.clear();
     CoreLibSDM::Shutdown();
-    EXPECT_THAT(g_Steps, ElementsAre("-LargeBlockAllocater", "-GlobalAllocator", "-MemoryManager", "-LogManager",
-                                     "-AssertLock"));
+    EXPECT_THAT(g_Steps, ElementsAre("-WellKnownStrings", "-GlobalStringTable", "-LargeBlockAllocater",
+                                     "-GlobalAllocator", "-MemoryManager", "-LogManager", "-AssertLock"));
 }
 
 TEST_F(StartUpOrder, SecondInitAndSecondShutdownDoNothing) {
@@ -54,7 +55,7 @@ TEST_F(StartUpOrder, SecondInitAndSecondShutdownDoNothing) {
     CoreLibSDM::Init();
     EXPECT_EQ(LogManager::GetInstance(), manager);
     EXPECT_EQ(AssertLock, lock);
-    EXPECT_EQ(g_Steps.size(), 6u);
+    EXPECT_EQ(g_Steps.size(), 8u);
     CoreLibSDM::Shutdown();
     EXPECT_EQ(LogManager::GetInstance(), nullptr);
     EXPECT_EQ(AssertLock, nullptr);
