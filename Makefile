@@ -2,11 +2,12 @@
 # missing and configures what is not configured, so a fresh Debian 12 machine needs nothing else.
 BUILD_DIR ?= build
 ASAN_BUILD_DIR ?= build-asan
+TSAN_BUILD_DIR ?= build-tsan
 BENCH_BUILD_DIR ?= build-bench
 JOBS ?= $(shell nproc)
 CMAKE_FLAGS ?=
 
-.PHONY: all deps build build-asan demo test test-normal test-asan bench format clean
+.PHONY: all deps build build-asan build-tsan demo test test-normal test-asan test-tsan bench format clean
 
 all: build
 
@@ -20,6 +21,10 @@ $(ASAN_BUILD_DIR)/build.ninja: | deps
 	cmake -S . -B $(ASAN_BUILD_DIR) -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCORELIB_SANITIZE=address,undefined \
 	    -DCORELIB_BUILD_TOOLS=OFF $(CMAKE_FLAGS)
 
+$(TSAN_BUILD_DIR)/build.ninja: | deps
+	cmake -S . -B $(TSAN_BUILD_DIR) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCORELIB_SANITIZE=thread \
+	    -DCORELIB_BUILD_TOOLS=OFF $(CMAKE_FLAGS)
+
 $(BENCH_BUILD_DIR)/build.ninja: | deps
 	cmake -S . -B $(BENCH_BUILD_DIR) -G Ninja -DCMAKE_BUILD_TYPE=Release -DCORELIB_BUILD_TESTS=OFF \
 	    -DCORELIB_BUILD_TOOLS=OFF -DCORELIB_BUILD_BENCH=ON $(CMAKE_FLAGS)
@@ -29,6 +34,9 @@ build: deps $(BUILD_DIR)/build.ninja
 
 build-asan: deps $(ASAN_BUILD_DIR)/build.ninja
 	cmake --build $(ASAN_BUILD_DIR) -j $(JOBS)
+
+build-tsan: deps $(TSAN_BUILD_DIR)/build.ninja
+	cmake --build $(TSAN_BUILD_DIR) -j $(JOBS)
 
 # Runs the demo host on the sample media folder; what it writes stays in the working directory.
 demo: build
@@ -41,8 +49,15 @@ test-asan: build-asan
 	cd $(ASAN_BUILD_DIR) && ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 \
 	    UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 ctest -j $(JOBS) --output-on-failure --no-tests=error
 
-# Every test, in the normal build and under AddressSanitizer with UndefinedBehaviorSanitizer.
-test: test-normal test-asan
+# The suites that run threads against each other, under ThreadSanitizer.
+CONCURRENCY_TESTS = Thread|Concurren|CriticalSection|Interlocked|ManyThreads
+test-tsan: build-tsan
+	cd $(TSAN_BUILD_DIR) && TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
+	    ctest -j $(JOBS) --output-on-failure --no-tests=error -R '$(CONCURRENCY_TESTS)'
+
+# Every test, in the normal build and under AddressSanitizer with UndefinedBehaviorSanitizer, and
+# the concurrency suites under ThreadSanitizer.
+test: test-normal test-asan test-tsan
 
 bench: deps $(BENCH_BUILD_DIR)/build.ninja
 	cmake --build $(BENCH_BUILD_DIR) -j $(JOBS)
@@ -52,4 +67,4 @@ format:
 	find CoreLib tests tools bench -name '*.h' -o -name '*.cpp' | xargs clang-format -i
 
 clean:
-	rm -rf $(BUILD_DIR) $(ASAN_BUILD_DIR) $(BENCH_BUILD_DIR)
+	rm -rf $(BUILD_DIR) $(ASAN_BUILD_DIR) $(TSAN_BUILD_DIR) $(BENCH_BUILD_DIR)

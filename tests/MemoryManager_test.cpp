@@ -175,11 +175,12 @@ struct Tracked : public TrackedObject<Tracked> {
     Tracked() { ++s_Constructed; }
     ~Tracked() { ++s_Destroyed; }
     double m_Payload[5] = {};
-    static int s_Constructed;
-    static int s_Destroyed;
+    // Objects are made and destroyed on several threads at once in the stress test.
+    static std::atomic<int> s_Constructed;
+    static std::atomic<int> s_Destroyed;
 };
-int Tracked::s_Constructed = 0;
-int Tracked::s_Destroyed = 0;
+std::atomic<int> Tracked::s_Constructed{0};
+std::atomic<int> Tracked::s_Destroyed{0};
 
 TEST_F(MemoryManagerTest, TrackedObjectCarriesItsHeapInAHeader) {
     Heap& global = GetHeapGLOBAL();
@@ -218,7 +219,7 @@ TEST_F(MemoryManagerTest, ExhaustedHeapMakesNewYieldNullWithoutConstructing) {
     unsigned short id = 0;
     Heap* tiny = MemoryManager::AllocateHeap(false, "TINY", id, 8192, 4);
     ASSERT_NE(tiny, nullptr);
-    int constructed = Tracked::s_Constructed;
+    int constructed = Tracked::s_Constructed.load();
     std::vector<Tracked*> objects;
     Tracked* object = nullptr;
     while ((object = new (*tiny) Tracked) != nullptr) {

@@ -485,7 +485,8 @@ TEST(PlatformHeapReAlloc, MediumBlockComesBackForTheNextRequestOfItsSize) {
     Neighbours blocks = AllocateNeighbours(heap.Get(), 6000);
     ASSERT_TRUE(HeapFree(heap.Get(), 0, blocks.m_Second));
     EXPECT_TRUE(IsValid(heap.Get()));
-    const HeapWalkEntry* freed = FindEntry(WalkAll(heap.Get()), blocks.m_Second);
+    std::vector<HeapWalkEntry> walk = WalkAll(heap.Get());
+    const HeapWalkEntry* freed = FindEntry(walk, blocks.m_Second);
     ASSERT_NE(freed, nullptr);
     EXPECT_EQ(freed->wFlags, 0);
     EXPECT_EQ(HeapSize(heap.Get(), 0, blocks.m_Second), SIZE_MAX);
