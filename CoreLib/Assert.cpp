@@ -16,26 +16,6 @@ namespace {
 constexpr unsigned int kMessageCapacity = 1024;
 constexpr size_t kCallStackCapacity = 2048;
 
-// Holds AssertLock, when it exists, for one dialog.
-class AssertLockGuard {
-public:
-    AssertLockGuard() : m_Lock(zn::AssertLock) {
-        if (m_Lock != nullptr) {
-            m_Lock->Lock();
-        }
-    }
-    ~AssertLockGuard() {
-        if (m_Lock != nullptr) {
-            m_Lock->Unlock();
-        }
-    }
-    AssertLockGuard(const AssertLockGuard&) = delete;
-    AssertLockGuard& operator=(const AssertLockGuard&) = delete;
-
-private:
-    zn::CriticalSection* m_Lock;
-};
-
 // The dialog's details; the function line is shown for programmer assertions only.
 std::string DetailsText(const char* file, const char* function, int line, const char* callStack) {
     std::string details = "File: ";
@@ -52,7 +32,7 @@ std::string DetailsText(const char* file, const char* function, int line, const 
 }
 
 bool RunAssertion(int kind, const char* file, int line, const char* function, const char* message) {
-    AssertLockGuard guard;
+    zn::CSLockIfAny guard(zn::AssertLock);
     char messageCopy[kMessageCapacity];
     unsigned int size = kMessageCapacity - 1;
     znsnprintf_s(messageCopy, size, "%s", message);

@@ -52,4 +52,25 @@ private:
     CriticalSection* m_Section;
 };
 
+// Holds a CriticalSection for the lifetime of the guard when there is one: for locks of services
+// that may not exist yet, or any more.
+class CSLockIfAny {
+public:
+    explicit CSLockIfAny(CriticalSection* section) : m_Section(section) {
+        if (m_Section != nullptr) {
+            m_Section->Lock();
+        }
+    }
+    ~CSLockIfAny() {
+        if (m_Section != nullptr) {
+            m_Section->Unlock();
+        }
+    }
+    CSLockIfAny(const CSLockIfAny&) = delete;
+    CSLockIfAny& operator=(const CSLockIfAny&) = delete;
+
+private:
+    CriticalSection* m_Section;
+};
+
 }  // namespace zn

@@ -30,25 +30,13 @@ constexpr uint32_t kLogSpinCount = 4000;
 class ReportLocks {
 public:
     explicit ReportLocks(CriticalSection* logLock)
-        : m_MemoryLock(MemoryManager::IsCreated() ? &MemoryManager::GetInstance().GetCriticalSection() : nullptr),
-          m_LogLock(logLock) {
-        if (m_MemoryLock != nullptr) {
-            m_MemoryLock->Lock();
-        }
-        m_LogLock->Lock();
-    }
-    ~ReportLocks() {
-        m_LogLock->Unlock();
-        if (m_MemoryLock != nullptr) {
-            m_MemoryLock->Unlock();
-        }
-    }
-    ReportLocks(const ReportLocks&) = delete;
-    ReportLocks& operator=(const ReportLocks&) = delete;
+        : m_MemoryLock(MemoryManager::IsCreated() ? &MemoryManager::GetInstance().GetCriticalSection()
+                                                  : nullptr),
+          m_LogLock(logLock) {}
 
 private:
-    CriticalSection* m_MemoryLock;
-    CriticalSection* m_LogLock;
+    CSLockIfAny m_MemoryLock;
+    CSLock m_LogLock;
 };
 }  // namespace
 

@@ -26,10 +26,18 @@ Heap* MemoryManager::s_HeapLARGEBLOCK = nullptr;
 Heap* MemoryManager::s_HeapMEMSYSTEM = nullptr;
 Heap* MemoryManager::s_HeapDEBUGHEAP = nullptr;
 
-Heap& GetHeapMEMSYSTEM() { return *MemoryManager::s_HeapMEMSYSTEM; }
-Heap& GetHeapGLOBAL() { return *MemoryManager::s_HeapGLOBAL; }
-Heap& GetHeapLARGEBLOCK() { return *MemoryManager::s_HeapLARGEBLOCK; }
-Heap& GetHeapDEBUGHEAP() { return *MemoryManager::s_HeapDEBUGHEAP; }
+Heap& GetHeapMEMSYSTEM() {
+    return *MemoryManager::s_HeapMEMSYSTEM;
+}
+Heap& GetHeapGLOBAL() {
+    return *MemoryManager::s_HeapGLOBAL;
+}
+Heap& GetHeapLARGEBLOCK() {
+    return *MemoryManager::s_HeapLARGEBLOCK;
+}
+Heap& GetHeapDEBUGHEAP() {
+    return *MemoryManager::s_HeapDEBUGHEAP;
+}
 
 namespace {
 constexpr uint32_t kManagerSpinCount = 4000;
@@ -37,25 +45,10 @@ constexpr unsigned int kMemSystemSize = 8192;
 constexpr unsigned int kDebugHeapSize = 0xA00000;
 constexpr unsigned int kNamedHeapAlignment = 4;
 
-// Holds the manager's lock when the manager exists; heap creation runs before it does.
-class OptionalLock {
-public:
-    OptionalLock() : m_Section(MemoryManager::IsCreated() ? &MemoryManager::GetInstance().GetCriticalSection() : nullptr) {
-        if (m_Section != nullptr) {
-            m_Section->Lock();
-        }
-    }
-    ~OptionalLock() {
-        if (m_Section != nullptr) {
-            m_Section->Unlock();
-        }
-    }
-    OptionalLock(const OptionalLock&) = delete;
-    OptionalLock& operator=(const OptionalLock&) = delete;
-
-private:
-    CriticalSection* m_Section;
-};
+// The manager's lock when the manager exists; heap creation runs before it does.
+CriticalSection* LockIfCreated() {
+    return MemoryManager::IsCreated() ? &MemoryManager::GetInstance().GetCriticalSection() : nullptr;
+}
 }  // namespace
 
 MemoryManager::MemoryManager() : m_CriticalSection(kManagerSpinCount) {}
@@ -69,8 +62,10 @@ bool MemoryManager::Create() {
     }
     s_HeapGLOBAL = AllocateHeap(true, "GLOBAL", MEM_HEAPID_GLOBAL, 0, 0);
     s_HeapLARGEBLOCK = AllocateHeap(false, "LARGEBLOCK", MEM_HEAPID_LARGEBLOCK, 0, kNamedHeapAlignment);
-    s_HeapMEMSYSTEM = AllocateHeap(false, "MEMSYSTEM", MEM_HEAPID_MEMSYSTEM, kMemSystemSize, kNamedHeapAlignment);
-    s_HeapDEBUGHEAP = AllocateHeap(false, "DEBUGHEAP", MEM_HEAPID_DEBUGHEAP, kDebugHeapSize, kNamedHeapAlignment);
+    s_HeapMEMSYSTEM =
+        AllocateHeap(false, "MEMSYSTEM", MEM_HEAPID_MEMSYSTEM, kMemSystemSize, kNamedHeapAlignment);
+    s_HeapDEBUGHEAP =
+        AllocateHeap(false, "DEBUGHEAP", MEM_HEAPID_DEBUGHEAP, kDebugHeapSize, kNamedHeapAlignment);
     HeapBase::CreateHeaps();
 
     Heap& memSystem = *s_HeapMEMSYSTEM;
@@ -111,7 +106,7 @@ bool MemoryManager::Destroy() {
 
 Heap* MemoryManager::AllocateHeap(bool useProcessHeap, const char* const& name, unsigned short& id,
                                   const unsigned int& size, unsigned int alignment) {
-    OptionalLock guard;
+    CSLockIfAny guard(LockIfCreated());
     id = ++m_NextHeapID;
     void* storage = std::malloc(useProcessHeap ? sizeof(ProcessDefaultHeap) : sizeof(Heap));
     if (storage == nullptr) {
@@ -127,7 +122,7 @@ Heap* MemoryManager::AllocateHeap(bool useProcessHeap, const char* const& name, 
 }
 
 bool MemoryManager::FreeHeap(const unsigned short& id) {
-    OptionalLock guard;
+    CSLockIfAny guard(LockIfCreated());
     HeapBase* heap = HeapBase::FindHeapByID(id);
     if (heap == nullptr) {
         return false;
@@ -208,7 +203,9 @@ void* MemoryManager::GlobalRealloc(void* p, size_t size, unsigned int alignment)
     return ReallocIn(*s_HeapGLOBAL, p, size, alignment);
 }
 
-bool MemoryManager::GlobalFree(void* p, unsigned int alignment) { return FreeTo(*s_HeapGLOBAL, p, alignment); }
+bool MemoryManager::GlobalFree(void* p, unsigned int alignment) {
+    return FreeTo(*s_HeapGLOBAL, p, alignment);
+}
 
 size_t MemoryManager::GlobalSizeOf(void* p, unsigned int alignment) {
     CSLock guard(&s_Instance->m_CriticalSection);
@@ -304,8 +301,8 @@ namespace MemoryTrace {
 
 const char* TraceName(AllocType type) {
     static const char* const kNames[] = {
-        "unknown  ",      "new      ",      "new[]    ",       "delete   ",       "delete[] ",
-        "malloc   ",      "realloc  ",      "free     ",       "extern new     ", "extern delete  ",
+        "unknown  ",       "new      ",       "new[]    ",       "delete   ",       "delete[] ",
+        "malloc   ",       "realloc  ",       "free     ",       "extern new     ", "extern delete  ",
         "extern new[]   ", "extern delete[]", "extern alloc   ", "extern free    ",
     };
     auto index = static_cast<unsigned int>(type);
@@ -319,7 +316,9 @@ void WriteHeapPrefix(std::ostream& out, const HeapBase* heap) {
 }
 
 namespace {
-unsigned int HeapAlignment(const Heap* heap) { return heap != nullptr ? heap->GetAlignment() : 0; }
+unsigned int HeapAlignment(const Heap* heap) {
+    return heap != nullptr ? heap->GetAlignment() : 0;
+}
 
 void WriteSizeOrNotAvailable(std::ostream& out, long long size) {
     if (size < 0) {
@@ -332,7 +331,8 @@ void WriteSizeOrNotAvailable(std::ostream& out, long long size) {
 
 void WriteAllocation(std::ostream& out, const Heap* heap, AllocType type, const void* p, long long size) {
     WriteHeapPrefix(out, heap);
-    out << TraceName(type) << "\t:\t" << p << "\t[\t" << size << "\t,Align:\t" << HeapAlignment(heap) << "\t]";
+    out << TraceName(type) << "\t:\t" << p << "\t[\t" << size << "\t,Align:\t" << HeapAlignment(heap)
+        << "\t]";
 }
 
 void WriteRelease(std::ostream& out, const Heap* heap, AllocType type, const void* p, long long size) {
@@ -342,12 +342,13 @@ void WriteRelease(std::ostream& out, const Heap* heap, AllocType type, const voi
     out << "\t,Align:\t" << HeapAlignment(heap) << "\t]";
 }
 
-void WriteReallocation(std::ostream& out, const Heap* heap, const void* newP, long long newSize, const void* oldP,
-                       long long oldSize) {
+void WriteReallocation(std::ostream& out, const Heap* heap, const void* newP, long long newSize,
+                       const void* oldP, long long oldSize) {
     WriteHeapPrefix(out, heap);
     unsigned int alignment = HeapAlignment(heap);
-    out << TraceName(AllocTypeRealloc) << "\t:\t" << newP << "\t[\t" << newSize << "\t,alignment:\t" << alignment
-        << "\t]" << "\t<-\t" << oldP << "\t[\t";
+    out << TraceName(AllocTypeRealloc) << "\t:\t" << newP << "\t[\t" << newSize << "\t,alignment:\t"
+        << alignment << "\t]"
+        << "\t<-\t" << oldP << "\t[\t";
     WriteSizeOrNotAvailable(out, oldSize);
     out << "\t,Align:\t" << alignment << "\t]";
 }
@@ -365,7 +366,8 @@ void WriteHeapRange(std::ostream& out, const HeapBase& heap, const void* low, co
 }
 
 void WriteHeapBlock(std::ostream& out, const HeapBase& heap, unsigned int index, const void* data,
-                    const void* firstBlock, const void* lastBlock, unsigned long long size, unsigned int overhead) {
+                    const void* firstBlock, const void* lastBlock, unsigned long long size,
+                    unsigned int overhead) {
     out << heap.GetHeapName() << "\t[\t" << index << "\t] Data:\t" << data << "\t, First: \t" << firstBlock
         << "\t, Last: \t" << lastBlock << "\t, Size: \t" << size << "\t, Overhead: \t" << overhead;
 }
