@@ -53,6 +53,43 @@ void ShowFormatting() {
                 buffer);
 }
 
+// A game object as the library's own classes are made: tracked, from "GLOBAL".
+struct Monster : public zn::TrackedObject<Monster> {
+    zn::FixedString m_Kind;
+    float m_Health = 100.0f;
+};
+
+void ShowMemory() {
+    size_t before = zn::MemoryManager::GetMemoryInUse();
+    Monster* monster = new Monster;
+    void* vertices = zn::MemoryManager::GlobalMalloc(4096, 16);
+    void* level = zn::MemoryManager::LargeBlockMalloc(2 << 20, 0);
+    std::printf("demo: a tracked object, 4 KiB aligned to 16 and a 2 MiB block: %zu bytes more in use\n",
+                zn::MemoryManager::GetMemoryInUse() - before);
+    zn::MemoryManager::LargeBlockFree(level, 0);
+    zn::MemoryManager::GlobalFree(vertices, 16);
+    delete monster;
+    std::printf("demo: after freeing them: %zu bytes more in use; heap totals on standard error:\n",
+                zn::MemoryManager::GetMemoryInUse() - before);
+    zn::MemoryManager::DebugPrint();
+}
+
+void ShowStrings() {
+    zn::FixedString first("textures/rock.dds");
+    zn::STDString built = zn::STDString("textures/") + "rock.dds";
+    zn::FixedString second(built.ToChar());
+    std::printf("demo: two FixedStrings of one text share one address: %s (%u references)\n",
+                first == second ? "yes" : "no", first.GetRefCount());
+    zn::STDString padded("  \t spaced out \r\n");
+    padded.TrimWhiteSpaceLeftAndRight();
+    std::printf("demo: trimmed \"%s\"; wildcard \"*.DDS\" matches: %s\n", padded.ToChar(),
+                zn::StringHelpers::WildcardMatch(first.ToChar(), "*.DDS") ? "yes" : "no");
+    const char bytes[] = "CoreLib";
+    zn::STDString encoded = zn::base64_encode(reinterpret_cast<const unsigned char*>(bytes), 7);
+    std::printf("demo: base64 of \"%s\" is %s, and a new GUID is %s\n", bytes, encoded.ToChar(),
+                zn::GenerateGUID().ToChar());
+}
+
 void ShowMachine() {
     initCPU();
     zn::CPUDescription cpu = zn::GetCPUDescription();
@@ -77,6 +114,8 @@ int main(int argc, char** argv) {
     ShowMachine();
     ShowReports();
     ShowFormatting();
+    ShowMemory();
+    ShowStrings();
     zn::CoreLibSDM::Shutdown();
     Say("CoreLibSDM::Shutdown done");
     return 0;
