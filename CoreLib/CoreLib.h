@@ -5,6 +5,7 @@
 #include "CoreLib/ArgumentString.h"
 #include "CoreLib/Assert.h"
 #include "CoreLib/BoundedFormat.h"
+#include "CoreLib/ChainedTable.h"
 #include "CoreLib/CoreLibSDM.h"
 #include "CoreLib/CriticalSection.h"
 #include "CoreLib/FixedString.h"

@@ -2,6 +2,7 @@
 // keys. A key's bucket is the key modulo the bucket count; the newest entry heads its chain.
 #pragma once
 
+#include "CoreLib/ChainedTable.h"
 #include "CoreLib/ElementPolicies.h"
 #include "CoreLib/Report.h"
 
@@ -47,62 +48,62 @@ struct MapNode {
 // H hashes keys to buckets, C compares keys, I provides the bucket array's bytes.
 template <typename K, typename V, typename H = MapHashFunctor<K>, typename C = MapCompareFunctor<K>,
           typename I = MallocInterface<char>>
-class Map {
+class Map : public ChainedTable<Map<K, V, H, C, I>, MapNode<K, V>, K, V> {
+    using Table = ChainedTable<Map<K, V, H, C, I>, MapNode<K, V>, K, V>;
+    friend Table;
+
 public:
     using Node = MapNode<K, V>;
-    // A place in the iteration: the node that comes next, or null at the end.
-    using Position = const Node*;
+    using typename Table::Position;
 
     static constexpr unsigned int kDefaultBucketCount = 37;
 
     // An empty map of bucketCount chains (0 is taken as 1).
-    explicit Map(unsigned int bucketCount = kDefaultBucketCount)
-        : m_BucketCount(bucketCount == 0 ? 1 : bucketCount) {
-        size_t bytes = sizeof(Node*) * m_BucketCount;
-        m_Buckets = reinterpret_cast<Node**>(I::Allocate(static_cast<unsigned int>(bytes)));
-        if (m_Buckets == nullptr) {
+    explicit Map(unsigned int bucketCount = kDefaultBucketCount) : Table(bucketCount) {
+        size_t bytes = sizeof(Node*) * this->m_BucketCount;
+        this->m_Buckets = reinterpret_cast<Node**>(I::Allocate(static_cast<unsigned int>(bytes)));
+        if (this->m_Buckets == nullptr) {
             ZN_REPORT("Hashtable is not valid!");
             return;
         }
-        std::memset(static_cast<void*>(m_Buckets), 0, bytes);
+        std::memset(static_cast<void*>(this->m_Buckets), 0, bytes);
     }
     // A map of other's bucket count holding its entries.
     Map(const Map& other) : Map(other.m_BucketCount) { AddEntriesOf(other); }
     // Replaces the entries with other's; the bucket count stays.
     Map& operator=(const Map& other) {
         if (this != &other) {
-            RemoveAll();
+            this->RemoveAll();
             AddEntriesOf(other);
         }
         return *this;
     }
     ~Map() {
-        RemoveAll();
-        I::Free(reinterpret_cast<char*>(m_Buckets));
+        this->RemoveAll();
+        I::Free(reinterpret_cast<char*>(this->m_Buckets));
     }
 
-    unsigned int GetBucketCount() const { return m_BucketCount; }
     // The number of entries, counted along the chains.
     unsigned int GetCount() const {
         unsigned int count = 0;
-        for (const Node* node = GetStartPosition(); node != nullptr; node = NextNode(node)) {
+        for (const Node* node = this->GetStartPosition(); node != nullptr; node = this->NextNode(node)) {
             ++count;
         }
         return count;
     }
-    bool IsEmpty() const { return GetStartPosition() == nullptr; }
+    bool IsEmpty() const { return this->GetStartPosition() == nullptr; }
 
     // Replaces the value of key, or adds the entry in front of its bucket's chain.
     void SetAt(const K& key, const V& value) {
-        if (m_Buckets == nullptr) {
+        if (this->m_Buckets == nullptr) {
             ZN_REPORT("Hashtable is not valid!");
             return;
         }
-        if (Node* found = FindNode(key)) {
+        if (Node* found = this->FindNode(key)) {
             found->m_Value = value;
             return;
         }
-        Node*& chain = m_Buckets[BucketOf(key)];
+        Node*& chain = this->m_Buckets[BucketOf(key)];
         Node* node = ObjectAllocator::New<Node>(chain, key, value);
         if (node == nullptr) {
             ZN_REPORT("New item should not be NULL!");
@@ -110,126 +111,19 @@ public:
         }
         chain = node;
     }
-    // The value of key, or null.
-    V* Find(const K& key) {
-        Node* node = FindNode(key);
-        return node != nullptr ? &node->m_Value : nullptr;
-    }
-    const V* Find(const K& key) const {
-        const Node* node = FindNode(key);
-        return node != nullptr ? &node->m_Value : nullptr;
-    }
-    // Copies the value of key into value; false, with value untouched, when key is not there.
-    bool Lookup(const K& key, V& value) const {
-        const V* found = Find(key);
-        if (found == nullptr) {
-            return false;
-        }
-        value = *found;
-        return true;
-    }
-    bool Contains(const K& key) const { return FindNode(key) != nullptr; }
-
-    // Removes the entry of key; false when there is none.
-    bool RemoveKey(const K& key) {
-        if (m_Buckets == nullptr) {
-            return false;
-        }
-        for (Node** link = &m_Buckets[BucketOf(key)]; *link != nullptr; link = &(*link)->m_Next) {
-            Node* node = *link;
-            if (C::Equal(node->m_Key, key)) {
-                *link = node->m_Next;
-                ObjectAllocator::Delete(node);
-                return true;
-            }
-        }
-        return false;
-    }
-    // Removes every entry; the buckets stay.
-    void RemoveAll() {
-        for (unsigned int bucket = 0; m_Buckets != nullptr && bucket < m_BucketCount; ++bucket) {
-            while (Node* node = m_Buckets[bucket]) {
-                m_Buckets[bucket] = node->m_Next;
-                ObjectAllocator::Delete(node);
-            }
-        }
-    }
-
-    // Iteration in bucket order, each chain from its front.
-    Position GetStartPosition() const { return FirstNodeFrom(0); }
-    // Hands out the entry at position and moves position to the next; null position does nothing.
-    void GetNextAssoc(Position& position, K& key, V& value) const {
-        if (position == nullptr) {
-            return;
-        }
-        key = position->m_Key;
-        value = position->m_Value;
-        position = NextNode(position);
-    }
-    // Calls visit(const K& key, V& value) for every entry, in iteration order.
-    template <typename F>
-    void ForEach(F&& visit) {
-        for (const Node* node = GetStartPosition(); node != nullptr; node = NextNode(node)) {
-            visit(node->m_Key, const_cast<Node*>(node)->m_Value);
-        }
-    }
-    template <typename F>
-    void ForEach(F&& visit) const {
-        for (const Node* node = GetStartPosition(); node != nullptr; node = NextNode(node)) {
-            visit(node->m_Key, static_cast<const V&>(node->m_Value));
-        }
-    }
 
     // Checks that every node sits in its key's bucket and that keys are unique.
-    bool Validate() const {
-        for (unsigned int bucket = 0; m_Buckets != nullptr && bucket < m_BucketCount; ++bucket) {
-            for (const Node* node = m_Buckets[bucket]; node != nullptr; node = node->m_Next) {
-                if (BucketOf(node->m_Key) != bucket) {
-                    return false;
-                }
-                for (const Node* other = node->m_Next; other != nullptr; other = other->m_Next) {
-                    if (C::Equal(other->m_Key, node->m_Key)) {
-                        return false;
-                    }
-                }
-            }
-        }
-        return true;
-    }
+    bool Validate() const { return this->CheckChains() >= 0; }
 
 private:
-    unsigned int BucketOf(const K& key) const { return H::KeyToHashIndex(key, m_BucketCount); }
-    Node* FindNode(const K& key) const {
-        if (m_Buckets == nullptr) {
-            return nullptr;
-        }
-        for (Node* node = m_Buckets[BucketOf(key)]; node != nullptr; node = node->m_Next) {
-            if (C::Equal(node->m_Key, key)) {
-                return node;
-            }
-        }
-        return nullptr;
-    }
-    const Node* FirstNodeFrom(unsigned int bucket) const {
-        for (; m_Buckets != nullptr && bucket < m_BucketCount; ++bucket) {
-            if (m_Buckets[bucket] != nullptr) {
-                return m_Buckets[bucket];
-            }
-        }
-        return nullptr;
-    }
-    const Node* NextNode(const Node* node) const {
-        return node->m_Next != nullptr ? node->m_Next : FirstNodeFrom(BucketOf(node->m_Key) + 1);
-    }
+    unsigned int BucketOf(const K& key) const { return H::KeyToHashIndex(key, this->m_BucketCount); }
+    static bool KeysEqual(const K& left, const K& right) { return C::Equal(left, right); }
+    void DropNode(Node* node) { ObjectAllocator::Delete(node); }
     void AddEntriesOf(const Map& other) {
         for (const Node* node = other.GetStartPosition(); node != nullptr; node = other.NextNode(node)) {
             SetAt(node->m_Key, node->m_Value);
         }
     }
-
-    unsigned int m_BucketCount;
-    // m_BucketCount chain heads; null only when the heap had no memory.
-    Node** m_Buckets = nullptr;
 };
 
 }  // namespace zn
