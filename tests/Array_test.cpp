@@ -30,12 +30,6 @@ protected:
     }
 };
 
-void ExpectAllOnProgrammerChannel(const ScopedCapture& capture) {
-    for (const CapturedReport& report : capture.Reports()) {
-        EXPECT_EQ(report.channel, LogAssertProgrammer) << report.message;
-    }
-}
-
 // The elements below the size, for comparisons.
 std::vector<int> Contents(const IntArray& array) {
     return std::vector<int>(array.GetBase(), array.GetBase() + array.GetSize());
@@ -331,7 +325,7 @@ TEST_F(ArrayTest, SetAtOutsideTheAllocationIsReportedAndStoresNothing) {
         capture.Messages(),
         ElementsAre("Index 4 larger than the max size 4 of array! This will cause memory corruption!",
                     "Index 70 larger than the max size 4 of array! This will cause memory corruption!"));
-    ExpectAllOnProgrammerChannel(capture);
+    ExpectAllOnChannel(capture, LogAssertProgrammer);
     EXPECT_EQ(capture.Reports()[0].function, "zn::Array<T, I>::SetAt");
     EXPECT_EQ(array.GetSize(), 1u);
     EXPECT_EQ(array.GetEffectiveSize(), 1u);
@@ -354,7 +348,7 @@ TEST_F(ArrayTest, ReadingAtOrAboveTheSizeIsReportedWithTheFunctionsNameAndStillR
     EXPECT_EQ(reports[0].function, "zn::Array<T, I>::GetAt");
     EXPECT_EQ(reports[1].function, "zn::Array<T, I>::operator[]");
     EXPECT_EQ(reports[2].message, "Index [3] out of range [0 - 1]");
-    ExpectAllOnProgrammerChannel(capture);
+    ExpectAllOnChannel(capture, LogAssertProgrammer);
     array.GetBase()[2] = 0;
 }
 
@@ -382,7 +376,7 @@ TEST_F(ArrayTest, AccessOutsideTheAllocationIsReportedAndReachesASpareElement) {
     EXPECT_EQ(capture.Messages().size(), 4u);
     EXPECT_EQ(capture.Messages()[0], "Index [9] out of range [0 - 1]");
     EXPECT_EQ(capture.Messages()[2], "Index [0] out of range [0 - 0]");
-    ExpectAllOnProgrammerChannel(capture);
+    ExpectAllOnChannel(capture, LogAssertProgrammer);
     EXPECT_EQ(array.GetBase()[0], 3);
     EXPECT_EQ(array.GetBase()[1], 0);
     EXPECT_TRUE(array.Validate());

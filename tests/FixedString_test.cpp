@@ -4,7 +4,7 @@
 
 #include "CoreLib/GlobalStringTable.h"
 #include "tests/support/CapturingLogger.h"
-#include "tests/support/CoreLibFixture.h"
+#include "tests/support/StringTableFixture.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -18,19 +18,7 @@ namespace {
 
 using Table = GlobalStringTable;
 
-class FixedStringTest : public CoreLibFixture {
-protected:
-    void SetUp() override {
-        CoreLibFixture::SetUp();
-        m_StringsAtStart = Table::s_NbStrings;
-    }
-    void TearDown() override {
-        EXPECT_TRUE(Table::Validate());
-        EXPECT_EQ(Table::s_NbStrings, m_StringsAtStart) << "a test left strings behind";
-        CoreLibFixture::TearDown();
-    }
-    unsigned int m_StringsAtStart = 0;
-};
+using FixedStringTest = StringTableFixture;
 
 // ---- construction and references --------------------------------------------------------------
 

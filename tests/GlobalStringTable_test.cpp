@@ -6,7 +6,7 @@
 #include "CoreLib/FixedString.h"
 #include "CoreLib/WellKnownStrings.h"
 #include "tests/support/CapturingLogger.h"
-#include "tests/support/CoreLibFixture.h"
+#include "tests/support/StringTableFixture.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -83,19 +83,13 @@ void RestoreLoadState() {
     Table::RequestTable();
 }
 
-class StringTableTest : public CoreLibFixture {
+class StringTableTest : public StringTableFixture {
 protected:
-    void SetUp() override {
-        CoreLibFixture::SetUp();
-        m_StringsAtStart = Table::s_NbStrings;
-    }
     void TearDown() override {
-        EXPECT_TRUE(Table::Validate());
-        EXPECT_EQ(Table::s_NbStrings, m_StringsAtStart) << "a test left strings behind";
+        ExpectTableAsAtStart();
         RestoreLoadState();
         CoreLibFixture::TearDown();
     }
-    unsigned int m_StringsAtStart = 0;
 };
 
 // ---- interning ----------------------------------------------------------------------------------

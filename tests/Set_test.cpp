@@ -28,12 +28,6 @@ protected:
     }
 };
 
-void ExpectAllOnProgrammerChannel(const ScopedCapture& capture) {
-    for (const CapturedReport& report : capture.Reports()) {
-        EXPECT_EQ(report.channel, LogAssertProgrammer) << report.message;
-    }
-}
-
 std::vector<int> Contents(const IntSet& set) {
     return std::vector<int>(set.GetData(), set.GetData() + set.GetSize());
 }
@@ -110,7 +104,7 @@ TEST_F(SetTest, GrowthToLargeCapacitiesWarnsOnceAtEachReallocation) {
     set.Add(16384);
     EXPECT_EQ(set.GetCapacity(), 32768u);
     EXPECT_EQ(capture.Messages().size(), 2u);
-    ExpectAllOnProgrammerChannel(capture);
+    ExpectAllOnChannel(capture, LogAssertProgrammer);
     EXPECT_EQ(capture.Reports()[0].function, "zn::Set<T, I, C>::Insert");
     EXPECT_EQ(set[16384], 16384);
     EXPECT_TRUE(set.Validate());
@@ -149,7 +143,7 @@ TEST_F(SetTest, RemoveAtOnAnEmptySetIsReportedAndChangesNothing) {
     ScopedCapture capture;
     set.RemoveAt(0);
     EXPECT_THAT(capture.Messages(), ElementsAre("Trying to remove an item from the set that is empty"));
-    ExpectAllOnProgrammerChannel(capture);
+    ExpectAllOnChannel(capture, LogAssertProgrammer);
     EXPECT_EQ(set.GetSize(), 0u);
     EXPECT_TRUE(set.Validate());
 }
@@ -163,7 +157,7 @@ TEST_F(SetTest, RemoveAtOutOfRangeIsReportedAndStillRemovesTheLastElement) {
     set.RemoveAt(5);
     EXPECT_THAT(capture.Messages(), ElementsAre("Index [5] out of range [0 - 3]"));
     EXPECT_EQ(capture.Reports()[0].function, "zn::Set<T, I, C>::RemoveAt");
-    ExpectAllOnProgrammerChannel(capture);
+    ExpectAllOnChannel(capture, LogAssertProgrammer);
     EXPECT_THAT(Contents(set), ElementsAre(1, 2));
     EXPECT_EQ(set.GetData()[5], 3);  // the last element went to the slot asked for
     set.RemoveAt(100);               // outside the capacity: the size still goes down
@@ -198,7 +192,7 @@ TEST_F(SetTest, AnIndexAtOrAboveTheSizeIsReportedAndTheSlotIsStillUsed) {
     EXPECT_THAT(capture.Messages(),
                 ElementsAre("Index [2] out of range [0 - 1]", "Index [2] out of range [0 - 1]",
                             "Index [3] out of range [0 - 1]"));
-    ExpectAllOnProgrammerChannel(capture);
+    ExpectAllOnChannel(capture, LogAssertProgrammer);
 }
 
 TEST_F(SetTest, AnIndexOutsideTheCapacityReachesASpareElement) {
@@ -240,7 +234,7 @@ TEST_F(SetTest, ReallocBelowTheSizeIsReportedTruncatesTheStorageAndKeepsTheSize)
     set.Realloc(2);
     EXPECT_THAT(capture.Messages(),
                 ElementsAre("Trying to reallocate a set with a size (2) smaller than the current use (4)"));
-    ExpectAllOnProgrammerChannel(capture);
+    ExpectAllOnChannel(capture, LogAssertProgrammer);
     EXPECT_EQ(set.GetCapacity(), 2u);
     EXPECT_EQ(set.GetSize(), 4u);
     EXPECT_FALSE(set.Validate());

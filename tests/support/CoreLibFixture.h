@@ -2,6 +2,7 @@
 #pragma once
 
 #include "CoreLib/CoreLibSDM.h"
+#include "tests/support/CapturingLogger.h"
 
 #include <gtest/gtest.h>
 
@@ -12,5 +13,12 @@ protected:
     void SetUp() override { CoreLibSDM::Init(); }
     void TearDown() override { CoreLibSDM::Shutdown(); }
 };
+
+// Every report the capture holds came on channel.
+inline void ExpectAllOnChannel(const ScopedCapture& capture, ELogChannel channel) {
+    for (const CapturedReport& report : capture.Reports()) {
+        EXPECT_EQ(report.channel, channel) << report.message;
+    }
+}
 
 }  // namespace zn::test
