@@ -3,6 +3,7 @@
 
 #include "CoreLib/MemoryManager.h"
 #include "CoreLib/Report.h"
+#include "CoreLib/ScratchString.h"
 
 #include <emmintrin.h>
 
@@ -586,16 +587,28 @@ void GlobalStringTable::_SDMInit() {
 }
 
 void GlobalStringTable::_SDMShutdown() {
-    if (s_NbStrings != 0) {
-        ReportLeakingStrings();
+    if (s_NbStrings != 0 && s_Table != nullptr) {
+        ScratchString report(1024, ScratchString::MAX_SIZE_INFINITE, true);
+        report << "Fixed stringtable is leaking the following strings:\n";
+        ListStrings(report);
+        // The strings are data, not a format.
+        ZN_REPORT("%s", report.ToChar());
     }
     delete s_Table;
     s_Table = nullptr;
 }
 
-void GlobalStringTable::ReportLeakingStrings() {
-    // The report, every leaking string in bucket and slot order, is built in a ScratchString; it is
-    // written here when the library has that class.
+void GlobalStringTable::ListStrings(ScratchString& list) {
+    CSLock guard(&s_Table->m_Lock);
+    for (const GlobalStringBucket& bucket : s_Table->m_Buckets) {
+        for (const GlobalStringBucket* chunk = &bucket; chunk != nullptr; chunk = chunk->m_Next) {
+            for (char* handle : chunk->m_Entries) {
+                if (handle != nullptr) {
+                    list << "\t-" << handle << "\n";
+                }
+            }
+        }
+    }
 }
 
 // ---- inspection ---------------------------------------------------------------------------------

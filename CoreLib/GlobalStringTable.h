@@ -12,6 +12,8 @@
 
 namespace zn {
 
+class ScratchString;
+
 // One chunk of a bucket's chain. The first chunk of every bucket lives in the table; overflow
 // chunks are linked behind it and stay linked, even when empty, until the table goes.
 struct GlobalStringBucket {
@@ -151,8 +153,8 @@ private:
     void IndexHandle(unsigned int bucket, char* handle, uint32_t fingerprint, unsigned int position);
     bool ValidateBucket(unsigned int bucket, unsigned int& liveEntries) const;
 
-    // The leak report of shutdown: it arrives with ScratchString, in which it is built.
-    static void ReportLeakingStrings();
+    // Appends "\t-", the text and "\n" for every entry, in bucket and slot order.
+    static void ListStrings(ScratchString& list);
 
     static constexpr size_t kHeaderSize = 8;
     static const unsigned int s_NbGlobalStringHashBuckets = 513;

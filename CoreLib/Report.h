@@ -19,6 +19,15 @@
 // Reports a failure on the programmer's channel.
 #define ZN_REPORT(...) ZN_LOG(::zn::LogAssertProgrammer, __VA_ARGS__)
 
+// Reports on the programmer's channel under a function name given as text, for the reports whose
+// published function name is not the compiler's qualified one.
+#define ZN_REPORT_AS(function, ...)                                                                       \
+    do {                                                                                                  \
+        if (::zn::LogManager* zn_log_manager_ = ::zn::LogManager::GetInstance()) {                        \
+            zn_log_manager_->Log(::zn::LogAssertProgrammer, __FILE__, __LINE__, (function), __VA_ARGS__); \
+        }                                                                                                 \
+    } while (0)
+
 // Reports the default text when condition is false.
 #define ZN_ASSERT(condition)                   \
     do {                                       \

@@ -556,6 +556,79 @@ TEST_F(StringTableTest, DroppingTheLastHandleAfterTheTableWentReportsAndFreesNot
     Table::_SDMInit();
 }
 
+// ---- the leak report at shutdown ------------------------------------------------------------------
+
+class StringTableLeakTest : public StringTableTest {
+protected:
+    // Takes the table down with the capture attached, then gives the next tests a fresh table; the
+    // leaked blocks stay in "GLOBAL", which goes at shutdown.
+    std::vector<CapturedReport> ShutDownTheTable() {
+        std::vector<CapturedReport> reports;
+        {
+            ScopedCapture capture;
+            Table::_SDMShutdown();
+            reports = capture.Reports();
+        }
+        Table::s_NbStrings = m_StringsAtStart;
+        Table::_SDMInit();
+        return reports;
+    }
+};
+
+TEST_F(StringTableLeakTest, TwoLeakedStringsAreListedInBucketOrder) {
+    ASSERT_EQ(m_StringsAtStart, 0u) << "the exact report needs an otherwise empty table";
+    // The first text added lands in the later bucket, so insertion order would list it first.
+    std::string later = "leak/later";
+    std::string earlier = "leak/earlier";
+    if (ReferenceBucket(later) < ReferenceBucket(earlier)) {
+        std::swap(later, earlier);
+    }
+    ASSERT_NE(ReferenceBucket(later), ReferenceBucket(earlier));
+    Table::Add(later.c_str(), -1);
+    Table::Add(earlier.c_str(), -1);
+    std::vector<CapturedReport> reports = ShutDownTheTable();
+    ASSERT_EQ(reports.size(), 1u);
+    EXPECT_EQ(reports[0].message,
+              "Fixed stringtable is leaking the following strings:\n\t-" + earlier + "\n\t-" + later + "\n");
+    EXPECT_EQ(reports[0].channel, LogAssertProgrammer);
+    EXPECT_EQ(reports[0].function, "zn::GlobalStringTable::_SDMShutdown");
+}
+
+TEST_F(StringTableLeakTest, OneBucketIsListedInSlotOrderAcrossChunksAndHoles) {
+    ASSERT_EQ(m_StringsAtStart, 0u);
+    unsigned int bucket = 0;
+    std::vector<std::string> texts;
+    ASSERT_TRUE(FindTextsInOneBucket("slot_", 12, texts, bucket));
+    std::vector<char*> handles;
+    for (const std::string& text : texts) {
+        handles.push_back(Table::Add(text.c_str(), -1));
+    }
+    Table::DecRefCount(handles[3]);
+    std::string expected = "Fixed stringtable is leaking the following strings:\n";
+    for (size_t index = 0; index < texts.size(); ++index) {
+        if (index != 3) {
+            expected += "\t-" + texts[index] + "\n";
+        }
+    }
+    std::vector<CapturedReport> reports = ShutDownTheTable();
+    ASSERT_EQ(reports.size(), 1u);
+    EXPECT_EQ(reports[0].message, expected);
+}
+
+TEST_F(StringTableLeakTest, TextsThatLookLikeFormatsAreListedAsTheyAre) {
+    Table::Add("100%s%d", -1);
+    std::vector<CapturedReport> reports = ShutDownTheTable();
+    ASSERT_EQ(reports.size(), 1u);
+    EXPECT_THAT(reports[0].message, ::testing::EndsWith("\t-100%s%d\n"));
+}
+
+TEST_F(StringTableLeakTest, AnEmptyTableGoesDownSilently) {
+    ASSERT_EQ(m_StringsAtStart, 0u);
+    FixedString released("released before shutdown");
+    released = FixedString();
+    EXPECT_TRUE(ShutDownTheTable().empty());
+}
+
 // ---- a model beside the table -------------------------------------------------------------------
 
 TEST_F(StringTableTest, RandomAddsAndReleasesMatchAModel) {

@@ -101,6 +101,32 @@ int VsnwprintfTruncate(wchar_t* buffer, size_t size, const wchar_t* format, va_l
     return written;
 }
 
+int VscprintfCount(const char* format, va_list arguments) {
+    if (format == nullptr) {
+        return -1;
+    }
+    ScopedUtf8Locale utf8;
+    return vsnprintf(nullptr, 0, format, arguments);
+}
+
+// vswprintf has no counting form, so the text is formatted into a stream that grows as needed.
+int VscwprintfCount(const wchar_t* format, va_list arguments) {
+    if (format == nullptr) {
+        return -1;
+    }
+    ScopedUtf8Locale utf8;
+    wchar_t* text = nullptr;
+    size_t length = 0;
+    FILE* stream = open_wmemstream(&text, &length);
+    if (stream == nullptr) {
+        return -1;
+    }
+    int written = vfwprintf(stream, format, arguments);
+    fclose(stream);
+    free(text);
+    return written;
+}
+
 int MemcpyS(void* destination, size_t destinationSize, const void* source, size_t count) {
     if (count == 0) {
         return kCrtOk;

@@ -22,6 +22,12 @@ int VsnprintfTruncate(char* buffer, size_t size, const char* format, va_list arg
 // The wide form, _vsnwprintf_s with _TRUNCATE; the result on overflow is the truncated text.
 int VsnwprintfTruncate(wchar_t* buffer, size_t size, const wchar_t* format, va_list arguments);
 
+// _vscprintf: the length the formatted text would have, without its terminator; -1 when the
+// format cannot be applied.
+int VscprintfCount(const char* format, va_list arguments);
+// _vscwprintf, the wide form.
+int VscwprintfCount(const wchar_t* format, va_list arguments);
+
 // Error results of the bounded copies, the run-time's errno values.
 constexpr int kCrtOk = 0;
 constexpr int kCrtInvalid = 22;  // EINVAL
