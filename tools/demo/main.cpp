@@ -90,6 +90,23 @@ void ShowStrings() {
                 zn::GenerateGUID().ToChar());
 }
 
+void ShowScratch() {
+    zn::ScratchString line(64, zn::ScratchString::MAX_SIZE_INFINITE, true);
+    line.SetFloatPrecision(2);
+    line << "loaded " << 12 << " meshes in " << 1.75f << " s";
+    line.AppendFormattedString(" (%s)", "rock.dds");
+    std::printf("demo: a scratch string built \"%s\" in %u of %u characters\n", line.ToChar(), line.GetSize(),
+                line.GetAllocatedSize());
+    zn::ScratchBuffer stream(0);
+    const unsigned int header[2] = {0x4E5A, 3};
+    stream.Write(header, sizeof(header));
+    stream.Write("abc", 3);
+    unsigned int back[2] = {};
+    stream.Read(back, sizeof(back));
+    std::printf("demo: a scratch buffer holds %u bytes in %u, read back %#x and %u\n", stream.GetSize(),
+                stream.GetBufferSize(), back[0], back[1]);
+}
+
 void ShowMachine() {
     initCPU();
     zn::CPUDescription cpu = zn::GetCPUDescription();
@@ -116,6 +133,7 @@ int main(int argc, char** argv) {
     ShowFormatting();
     ShowMemory();
     ShowStrings();
+    ShowScratch();
     zn::CoreLibSDM::Shutdown();
     Say("CoreLibSDM::Shutdown done");
     return 0;
