@@ -7,9 +7,11 @@
 #include "CoreLib/platform/Time.h"
 
 namespace {
-void FillSystemTime(const zn::platform::SYSTEMTIME& platformTime, zn::SystemTime& time) {
+// function is the caller's name, under which the year report is made.
+void FillSystemTime(const zn::platform::SYSTEMTIME& platformTime, zn::SystemTime& time,
+                    const char* function) {
     if (platformTime.wYear < 1900 || platformTime.wYear > 2155) {
-        ZN_REPORT("Invalid year, must be in range 1900-2155");
+        ZN_REPORT_AS(function, "Invalid year, must be in range 1900-2155");
     }
     time.milliseconds = platformTime.wMilliseconds;
     time.year = static_cast<uint8_t>(platformTime.wYear + 148);
@@ -67,13 +69,13 @@ zn::ThreadID getCurrentThreadID() {
 void GetSystemTime(zn::SystemTime& time) {
     zn::platform::SYSTEMTIME platformTime;
     zn::platform::GetSystemTime(&platformTime);
-    FillSystemTime(platformTime, time);
+    FillSystemTime(platformTime, time, ZN_FUNCTION_NAME);
 }
 
 void GetLocalTime(zn::SystemTime& time) {
     zn::platform::SYSTEMTIME platformTime;
     zn::platform::GetLocalTime(&platformTime);
-    FillSystemTime(platformTime, time);
+    FillSystemTime(platformTime, time, ZN_FUNCTION_NAME);
 }
 
 void znMessageBox(const char* const title, const char* const text, zn::ZnMessageType type) {
