@@ -18,8 +18,8 @@ packages=(
     libevdev-dev
     # GUIDs
     uuid-dev
-    # tests
-    libgtest-dev libgmock-dev xvfb xdotool libeigen3-dev
+    # tests, with a comma-decimal locale and an independent zlib
+    libgtest-dev libgmock-dev xvfb xdotool libeigen3-dev locales python3
     # benchmarks and the peers they are measured against (allocators, hash sets)
     libbenchmark-dev libjemalloc-dev libmimalloc-dev libabsl-dev
     # formatting of the sources
@@ -32,15 +32,22 @@ for package in "${packages[@]}"; do
     [[ "$status" == "install ok installed" ]] || missing+=("$package")
 done
 
-if [[ ${#missing[@]} -eq 0 ]]; then
-    exit 0
-fi
-
-echo "install-deps: installing ${missing[*]}"
 sudo_cmd=()
 if [[ $(id -u) -ne 0 ]]; then
     sudo_cmd=(sudo)
 fi
-export DEBIAN_FRONTEND=noninteractive
-"${sudo_cmd[@]}" apt-get update -qq
-"${sudo_cmd[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"
+
+if [[ ${#missing[@]} -ne 0 ]]; then
+    echo "install-deps: installing ${missing[*]}"
+    export DEBIAN_FRONTEND=noninteractive
+    "${sudo_cmd[@]}" apt-get update -qq
+    "${sudo_cmd[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"
+fi
+
+# The number conversions are tested under a locale whose decimal separator is a comma.
+if ! locale -a 2>/dev/null | grep -qix 'de_DE.utf8'; then
+    echo "install-deps: generating the de_DE.UTF-8 locale"
+    "${sudo_cmd[@]}" sed -i 's/^# *\(de_DE.UTF-8 UTF-8\)/\1/' /etc/locale.gen
+    grep -q '^de_DE.UTF-8 UTF-8' /etc/locale.gen || echo 'de_DE.UTF-8 UTF-8' | "${sudo_cmd[@]}" tee -a /etc/locale.gen >/dev/null
+    "${sudo_cmd[@]}" locale-gen >/dev/null
+fi
