@@ -3,10 +3,14 @@
 
 #include "CoreLib/Allocator.h"
 #include "CoreLib/Assert.h"
+#include "CoreLib/FileSystem.h"
 #include "CoreLib/GlobalStringTable.h"
+#include "CoreLib/Localization.h"
 #include "CoreLib/LogManager.h"
 #include "CoreLib/MemoryManager.h"
+#include "CoreLib/Path.h"
 #include "CoreLib/StaticDataManager.h"
+#include "CoreLib/UnitVector3.h"
 #include "CoreLib/WellKnownStrings.h"
 #include "CoreLib/platform/Crt.h"
 #include "CoreLib/platform/Time.h"
@@ -36,12 +40,30 @@ void DeleteAssertLock() {
 }
 
 // The result of Create is not checked: start-up has no failure path.
-void CreateMemoryManager() { MemoryManager::Create(); }
-void DestroyMemoryManager() { MemoryManager::Destroy(); }
-void CreateGlobalAllocator() { Singleton<GlobalAllocator>::_SDMInit(); }
-void DestroyGlobalAllocator() { Singleton<GlobalAllocator>::_SDMShutdown(); }
-void CreateLargeBlockAllocator() { Singleton<LargeBlockAllocater>::_SDMInit(); }
-void DestroyLargeBlockAllocator() { Singleton<LargeBlockAllocater>::_SDMShutdown(); }
+void CreateMemoryManager() {
+    MemoryManager::Create();
+}
+void DestroyMemoryManager() {
+    MemoryManager::Destroy();
+}
+void CreateGlobalAllocator() {
+    Singleton<GlobalAllocator>::_SDMInit();
+}
+void DestroyGlobalAllocator() {
+    Singleton<GlobalAllocator>::_SDMShutdown();
+}
+void CreateLocalization() {
+    Singleton<Localization>::_SDMInit();
+}
+void DestroyLocalization() {
+    Singleton<Localization>::_SDMShutdown();
+}
+void CreateLargeBlockAllocator() {
+    Singleton<LargeBlockAllocater>::_SDMInit();
+}
+void DestroyLargeBlockAllocator() {
+    Singleton<LargeBlockAllocater>::_SDMShutdown();
+}
 
 // One service: how it comes up and how it goes down (null when there is nothing to undo).
 // Shutdown walks this table backwards, so the two orders can never drift apart.
@@ -55,11 +77,16 @@ const Step kSteps[] = {
     {"SeedRandom", SeedRandom, nullptr},
     {"AssertLock", CreateAssertLock, DeleteAssertLock},
     {"LogManager", LogManager::Create, LogManager::Destroy},
+    // The table stays filled until the process ends: nothing to undo.
+    {"UnitVector3", UnitVector3::_SDMInit, nullptr},
     {"MemoryManager", CreateMemoryManager, DestroyMemoryManager},
     {"GlobalAllocator", CreateGlobalAllocator, DestroyGlobalAllocator},
     {"LargeBlockAllocater", CreateLargeBlockAllocator, DestroyLargeBlockAllocator},
     {"GlobalStringTable", GlobalStringTable::_SDMInit, GlobalStringTable::_SDMShutdown},
     {"WellKnownStrings", WellKnownStringsInit, WellKnownStringsShutdown},
+    {"Localization", CreateLocalization, DestroyLocalization},
+    {"Path", Path::_SDMInit, Path::_SDMShutDown},
+    {"FileSystem", FileSystem::_SDMInit, FileSystem::_SDMShutDown},
 };
 
 void Notify(const char* step, bool starting) {
