@@ -14,7 +14,9 @@ namespace {
 // The back-pointer in front of an aligned block is pointer-sized.
 constexpr size_t kBackPointerSize = sizeof(void*);
 // What an alignment adds to a request: room for the padding and the back-pointer.
-constexpr size_t AlignmentExtra(unsigned int alignment) { return alignment + kBackPointerSize - 1; }
+constexpr size_t AlignmentExtra(unsigned int alignment) {
+    return alignment + kBackPointerSize - 1;
+}
 
 void* const kNoLowBound = reinterpret_cast<void*>(~uintptr_t{0});
 
@@ -46,7 +48,9 @@ void* RealBlock(void* const p, unsigned int alignment) {
     return block;
 }
 
-bool Contains(void* low, void* high, void* p) { return low <= p && p <= high; }
+bool Contains(void* low, void* high, void* p) {
+    return low <= p && p <= high;
+}
 }  // namespace
 
 // ---- HeapCache ----
@@ -118,10 +122,24 @@ void HeapCache::DoAccounting(unsigned short flags, void* const low, void* const 
 
 // ---- HeapBase ----
 
-HeapBase::HeapBase(const char* name, const unsigned short& id, const unsigned int& fixedSize, bool objectStatic)
-    : m_Name(name), m_Handle(nullptr), m_Valid(false), m_MemoryInUse(0), m_MemoryReserved(0),
-      m_FixedSize(fixedSize), m_QueryPending(true), m_ObjectStatic(objectStatic), m_Next(nullptr), m_HeapID(id),
-      m_AllocFlags(0), m_ReallocFlags(0), m_FreeFlags(0), m_SizeFlags(0), m_CreateFlags(0), m_DestroyFlags(0) {}
+HeapBase::HeapBase(const char* name, const unsigned short& id, const unsigned int& fixedSize,
+                   bool objectStatic)
+    : m_Name(name),
+      m_Handle(nullptr),
+      m_Valid(false),
+      m_MemoryInUse(0),
+      m_MemoryReserved(0),
+      m_FixedSize(fixedSize),
+      m_QueryPending(true),
+      m_ObjectStatic(objectStatic),
+      m_Next(nullptr),
+      m_HeapID(id),
+      m_AllocFlags(0),
+      m_ReallocFlags(0),
+      m_FreeFlags(0),
+      m_SizeFlags(0),
+      m_CreateFlags(0),
+      m_DestroyFlags(0) {}
 
 HeapBase* HeapBase::FindHeapByID(const unsigned short& id) {
     for (HeapBase* heap = s_FirstHeap; heap != nullptr; heap = heap->m_Next) {
@@ -295,7 +313,9 @@ size_t Heap::SizeOf(void* const p, unsigned int alignment) {
     return platform::HeapSize(m_Handle, m_SizeFlags, RealBlock(p, alignment));
 }
 
-bool Heap::Validate() const { return m_Handle != nullptr && platform::HeapValidate(m_Handle); }
+bool Heap::Validate() const {
+    return m_Handle != nullptr && platform::HeapValidate(m_Handle);
+}
 
 void Heap::WalkInto(platform::HeapWalkEntry entry) {
     platform::HeapLock(m_Handle);

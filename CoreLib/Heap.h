@@ -10,7 +10,12 @@
 namespace zn {
 
 // Who may allocate from a heap: 0 closed, 3 full access. Alloc itself does not look at it.
-enum AllocAccess : unsigned int { AllocAccessNone = 0, AllocAccessRead = 1, AllocAccessWrite = 2, AllocAccessFull = 3 };
+enum AllocAccess : unsigned int {
+    AllocAccessNone = 0,
+    AllocAccessRead = 1,
+    AllocAccessWrite = 2,
+    AllocAccessFull = 3
+};
 
 // Address ranges that a walk found. Its entry storage is never supplied in this library, so
 // AppendCache stores nothing and the committed block count stays 0; the machinery stays for a

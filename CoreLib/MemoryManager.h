@@ -64,7 +64,8 @@ public:
     // Each of these takes the lock for its own duration. Only kinds 1, 2 and 5 allocate, only 3, 4
     // and 7 free; other kinds give null or do nothing.
     void* Allocate(AllocType type, size_t size, Heap& heap, unsigned int alignment);
-    void* Reallocate(void* p, AllocType type, size_t size, Heap& heap, size_t& oldSize, unsigned int alignment);
+    void* Reallocate(void* p, AllocType type, size_t size, Heap& heap, size_t& oldSize,
+                     unsigned int alignment);
     bool Deallocate(void* p, AllocType type, Heap& heap, size_t& size, unsigned int alignment);
     size_t SizeOf(void* p, Heap& heap, unsigned int alignment);
     // Tracking hooks: they record nothing in this library.
@@ -141,14 +142,15 @@ const char* TraceName(AllocType type);
 void WriteHeapPrefix(std::ostream& out, const HeapBase* heap);
 void WriteAllocation(std::ostream& out, const Heap* heap, AllocType type, const void* p, long long size);
 void WriteRelease(std::ostream& out, const Heap* heap, AllocType type, const void* p, long long size);
-void WriteReallocation(std::ostream& out, const Heap* heap, const void* newP, long long newSize, const void* oldP,
-                       long long oldSize);
+void WriteReallocation(std::ostream& out, const Heap* heap, const void* newP, long long newSize,
+                       const void* oldP, long long oldSize);
 void WriteHeapTotals(std::ostream& out, const HeapBase& heap, unsigned long long committed,
                      unsigned long long uncommitted);
 void WriteHeapRange(std::ostream& out, const HeapBase& heap, const void* low, const void* high,
                     const char* container, unsigned long long size);
 void WriteHeapBlock(std::ostream& out, const HeapBase& heap, unsigned int index, const void* data,
-                    const void* firstBlock, const void* lastBlock, unsigned long long size, unsigned int overhead);
+                    const void* firstBlock, const void* lastBlock, unsigned long long size,
+                    unsigned int overhead);
 }  // namespace MemoryTrace
 
 }  // namespace zn

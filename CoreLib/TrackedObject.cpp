@@ -34,13 +34,21 @@ void FreeWithOwner(void* p) {
 }
 }  // namespace
 
-void* MemObject::operator new(size_t size, Heap& heap) noexcept { return AllocateWithOwner(size, heap); }
+void* MemObject::operator new(size_t size, Heap& heap) noexcept {
+    return AllocateWithOwner(size, heap);
+}
 
-void* MemObject::operator new[](size_t size, Heap& heap) noexcept { return AllocateWithOwner(size, heap); }
+void* MemObject::operator new[](size_t size, Heap& heap) noexcept {
+    return AllocateWithOwner(size, heap);
+}
 
-void MemObject::operator delete(void* p, size_t) noexcept { FreeWithOwner(p); }
+void MemObject::operator delete(void* p, size_t) noexcept {
+    FreeWithOwner(p);
+}
 
-void MemObject::operator delete[](void* p, size_t) noexcept { FreeWithOwner(p); }
+void MemObject::operator delete[](void* p, size_t) noexcept {
+    FreeWithOwner(p);
+}
 
 size_t MemObject::SizeOfAlloc(void* p, unsigned int alignment) {
     if (p == nullptr) {
@@ -51,7 +59,9 @@ size_t MemObject::SizeOfAlloc(void* p, unsigned int alignment) {
     return owner->SizeOf(p, alignment);
 }
 
-size_t MemObject::SizeOfElement(void* p, unsigned int alignment) { return SizeOfAlloc(p, alignment) - kHeaderSize; }
+size_t MemObject::SizeOfElement(void* p, unsigned int alignment) {
+    return SizeOfAlloc(p, alignment) - kHeaderSize;
+}
 
 }  // namespace zn
 
@@ -72,6 +82,10 @@ void* operator new[](size_t size, zn::Heap& /*heap*/) {
     return block;
 }
 
-void operator delete(void* p, zn::Heap& /*heap*/) noexcept { ::operator delete(p); }
+void operator delete(void* p, zn::Heap& /*heap*/) noexcept {
+    ::operator delete(p);
+}
 
-void operator delete[](void* p, zn::Heap& /*heap*/) noexcept { ::operator delete[](p); }
+void operator delete[](void* p, zn::Heap& /*heap*/) noexcept {
+    ::operator delete[](p);
+}

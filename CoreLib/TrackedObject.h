@@ -42,11 +42,17 @@ template <typename T>
 class TrackedObject {
 public:
     static void* operator new(size_t size) noexcept { return MemObject::operator new(size, GetHeapGLOBAL()); }
-    static void* operator new[](size_t size) noexcept { return MemObject::operator new[](size, GetHeapGLOBAL()); }
-    static void* operator new(size_t size, Heap& heap) noexcept { return MemObject::operator new(size, heap); }
-    static void* operator new[](size_t size, Heap& heap) noexcept { return MemObject::operator new[](size, heap); }
+    static void* operator new[](size_t size) noexcept {
+        return MemObject::operator new[](size, GetHeapGLOBAL());
+    }
+    static void* operator new(size_t size, Heap& heap) noexcept {
+        return MemObject::operator new(size, heap);
+    }
+    static void* operator new[](size_t size, Heap& heap) noexcept {
+        return MemObject::operator new[](size, heap);
+    }
     static void* operator new(size_t, void* place) noexcept { return place; }
-    static void operator delete(void* p) noexcept { MemObject::operator delete(p, size_t{0}); }
+    static void operator delete(void* p) noexcept { MemObject::operator delete (p, size_t{0}); }
     static void operator delete[](void* p) noexcept { MemObject::operator delete[](p, size_t{0}); }
     static void operator delete(void*, Heap&) noexcept {}
     static void operator delete[](void*, Heap&) noexcept {}

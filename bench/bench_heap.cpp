@@ -46,10 +46,13 @@ struct Raw {
 
 // The process heap is serialised: this is the allocator shared between threads.
 struct RawShared {
-    static void* Alloc(size_t size) { return zn::platform::HeapAlloc(zn::platform::GetProcessHeap(), 0, size); }
+    static void* Alloc(size_t size) {
+        return zn::platform::HeapAlloc(zn::platform::GetProcessHeap(), 0, size);
+    }
     static void Free(void* p) { zn::platform::HeapFree(zn::platform::GetProcessHeap(), 0, p); }
     static void* Realloc(void* p, size_t size) {
-        return p == nullptr ? Alloc(size) : zn::platform::HeapReAlloc(zn::platform::GetProcessHeap(), 0, p, size);
+        return p == nullptr ? Alloc(size)
+                            : zn::platform::HeapReAlloc(zn::platform::GetProcessHeap(), 0, p, size);
     }
 };
 
@@ -62,7 +65,7 @@ struct Global {
 // What new and delete of a TrackedObject do, with the object's size as the request.
 struct Tracked {
     static void* Alloc(size_t size) { return zn::MemObject::operator new(size, zn::GetHeapGLOBAL()); }
-    static void Free(void* p) { zn::MemObject::operator delete(p, size_t{0}); }
+    static void Free(void* p) { zn::MemObject::operator delete (p, size_t{0}); }
 };
 
 struct Glibc {
@@ -78,7 +81,9 @@ struct Jemalloc {
             dallocx(p, 0);
         }
     }
-    static void* Realloc(void* p, size_t size) { return p == nullptr ? mallocx(size, 0) : rallocx(p, size, 0); }
+    static void* Realloc(void* p, size_t size) {
+        return p == nullptr ? mallocx(size, 0) : rallocx(p, size, 0);
+    }
 };
 
 struct Mimalloc {
@@ -321,12 +326,12 @@ void MixedChurn(benchmark::State& state) {
     Churn<A>(state, 16, 65536);
 }
 
-#define ZN_ALL_ALLOCATORS(workload)                              \
-    BENCHMARK_TEMPLATE(workload, Raw)->Name(#workload "/corelib_raw");        \
-    BENCHMARK_TEMPLATE(workload, Global)->Name(#workload "/corelib_global");  \
+#define ZN_ALL_ALLOCATORS(workload)                                            \
+    BENCHMARK_TEMPLATE(workload, Raw)->Name(#workload "/corelib_raw");         \
+    BENCHMARK_TEMPLATE(workload, Global)->Name(#workload "/corelib_global");   \
     BENCHMARK_TEMPLATE(workload, Tracked)->Name(#workload "/corelib_tracked"); \
-    BENCHMARK_TEMPLATE(workload, Glibc)->Name(#workload "/glibc");            \
-    BENCHMARK_TEMPLATE(workload, Jemalloc)->Name(#workload "/jemalloc");      \
+    BENCHMARK_TEMPLATE(workload, Glibc)->Name(#workload "/glibc");             \
+    BENCHMARK_TEMPLATE(workload, Jemalloc)->Name(#workload "/jemalloc");       \
     BENCHMARK_TEMPLATE(workload, Mimalloc)->Name(#workload "/mimalloc")
 
 ZN_ALL_ALLOCATORS(SmallChurn);
@@ -337,16 +342,27 @@ BENCHMARK_TEMPLATE(ReallocGrowth, Global)->Name("ReallocGrowth/corelib_global");
 BENCHMARK_TEMPLATE(ReallocGrowth, Glibc)->Name("ReallocGrowth/glibc");
 BENCHMARK_TEMPLATE(ReallocGrowth, Jemalloc)->Name("ReallocGrowth/jemalloc");
 BENCHMARK_TEMPLATE(ReallocGrowth, Mimalloc)->Name("ReallocGrowth/mimalloc");
-BENCHMARK_TEMPLATE(CrossThreadFree, RawShared)->Name("CrossThreadFree/corelib_raw")->Threads(2)->UseRealTime();
-BENCHMARK_TEMPLATE(CrossThreadFree, Global)->Name("CrossThreadFree/corelib_global")->Threads(2)->UseRealTime();
-BENCHMARK_TEMPLATE(CrossThreadFree, Tracked)->Name("CrossThreadFree/corelib_tracked")->Threads(2)->UseRealTime();
+BENCHMARK_TEMPLATE(CrossThreadFree, RawShared)
+    ->Name("CrossThreadFree/corelib_raw")
+    ->Threads(2)
+    ->UseRealTime();
+BENCHMARK_TEMPLATE(CrossThreadFree, Global)
+    ->Name("CrossThreadFree/corelib_global")
+    ->Threads(2)
+    ->UseRealTime();
+BENCHMARK_TEMPLATE(CrossThreadFree, Tracked)
+    ->Name("CrossThreadFree/corelib_tracked")
+    ->Threads(2)
+    ->UseRealTime();
 BENCHMARK_TEMPLATE(CrossThreadFree, Glibc)->Name("CrossThreadFree/glibc")->Threads(2)->UseRealTime();
 BENCHMARK_TEMPLATE(CrossThreadFree, Jemalloc)->Name("CrossThreadFree/jemalloc")->Threads(2)->UseRealTime();
 BENCHMARK_TEMPLATE(CrossThreadFree, Mimalloc)->Name("CrossThreadFree/mimalloc")->Threads(2)->UseRealTime();
 BENCHMARK(WalkRaw)->Name("HeapWalk/corelib_raw");
 BENCHMARK(WalkMimalloc)->Name("HeapWalk/mimalloc_visit_blocks");
 BENCHMARK_CAPTURE(PeakResidentMemory, corelib_raw, "corelib")->Iterations(1)->Name("PeakRSS/corelib_raw");
-BENCHMARK_CAPTURE(PeakResidentMemory, corelib_global, "corelib_global")->Iterations(1)->Name("PeakRSS/corelib_global");
+BENCHMARK_CAPTURE(PeakResidentMemory, corelib_global, "corelib_global")
+    ->Iterations(1)
+    ->Name("PeakRSS/corelib_global");
 BENCHMARK_CAPTURE(PeakResidentMemory, glibc, "glibc")->Iterations(1)->Name("PeakRSS/glibc");
 BENCHMARK_CAPTURE(PeakResidentMemory, jemalloc, "jemalloc")->Iterations(1)->Name("PeakRSS/jemalloc");
 BENCHMARK_CAPTURE(PeakResidentMemory, mimalloc, "mimalloc")->Iterations(1)->Name("PeakRSS/mimalloc");

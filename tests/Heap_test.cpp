@@ -146,7 +146,8 @@ TEST_F(HeapTest, FixedHeapRefusesReallocationsAboveItsBlockLimit) {
     size = 64;
     void* aligned = heap->Alloc(size, 16);
     ASSERT_NE(aligned, nullptr);
-    EXPECT_EQ(heap->Realloc(aligned, 519168 - 22, oldSize, 16), nullptr) << "alignment + 7 count in the request";
+    EXPECT_EQ(heap->Realloc(aligned, 519168 - 22, oldSize, 16), nullptr)
+        << "alignment + 7 count in the request";
     aligned = heap->Realloc(aligned, 519168 - 23, oldSize, 16);
     ASSERT_NE(aligned, nullptr);
     size_t freed = 0;

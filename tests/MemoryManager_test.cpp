@@ -194,7 +194,8 @@ TEST_F(MemoryManagerTest, TrackedObjectCarriesItsHeapInAHeader) {
     EXPECT_EQ(global.GetMemoryInUse(), before);
 
     Tracked* inDebug = new (GetHeapDEBUGHEAP()) Tracked;
-    EXPECT_EQ(*reinterpret_cast<Heap**>(reinterpret_cast<char*>(inDebug) - sizeof(void*)), &GetHeapDEBUGHEAP());
+    EXPECT_EQ(*reinterpret_cast<Heap**>(reinterpret_cast<char*>(inDebug) - sizeof(void*)),
+              &GetHeapDEBUGHEAP());
     size_t debugInUse = GetHeapDEBUGHEAP().GetMemoryInUse();
     delete inDebug;
     EXPECT_EQ(GetHeapDEBUGHEAP().GetMemoryInUse(), debugInUse - sizeof(Tracked) - sizeof(void*));
@@ -347,8 +348,9 @@ TEST(MemoryTraceTest, LinesHaveTheirExactShapes) {
     EXPECT_EQ(range.str(), "TRACE\t[\t0x1234\t]\t0xabc0\tin\tcache\t[\t9\t]");
     std::ostringstream block;
     MemoryTrace::WriteHeapBlock(block, heap, 2, p, p, q, 16, 8);
-    EXPECT_EQ(block.str(),
-              "TRACE\t[\t2\t] Data:\t0x1234\t, First: \t0x1234\t, Last: \t0xabc0\t, Size: \t16\t, Overhead: \t8");
+    EXPECT_EQ(
+        block.str(),
+        "TRACE\t[\t2\t] Data:\t0x1234\t, First: \t0x1234\t, Last: \t0xabc0\t, Size: \t16\t, Overhead: \t8");
     EXPECT_STREQ(MemoryTrace::TraceName(AllocTypeExternDeleteArray), "extern delete[]");
     EXPECT_STREQ(MemoryTrace::TraceName(AllocTypeNewArray), "new[]    ");
 }
