@@ -3,6 +3,7 @@
 #include "CoreLib/CoreLib.h"
 
 #include <cstdio>
+#include <cstring>
 #include <string>
 
 namespace {
@@ -107,6 +108,69 @@ void ShowScratch() {
                 stream.GetBufferSize(), back[0], back[1]);
 }
 
+void ShowGeometry() {
+    zn::Quaternion turn;
+    turn.FromAngleAxisZ(1.5707964f);
+    MathMatrix<float, 3, 3> rotation;
+    turn.ToRotation(rotation);
+    MathVector<float, 3> east(1.0f, 0.0f, 0.0f);
+    MathVector<float, 3> north = rotation * east;
+    zn::UnitVector3 packed;
+    packed.PackVector(north);
+    MathVector<float, 3> unpacked;
+    packed.UnpackVector(unpacked);
+    std::printf(
+        "demo: a quarter turn about z takes (1, 0, 0) to (%.2f, %.2f, %.2f); packed in two bytes it "
+        "comes back as (%.3f, %.3f, %.3f)\n",
+        north[0], north[1], north[2], unpacked[0], unpacked[1], unpacked[2]);
+}
+
+void ShowClocksAndRandom() {
+    zn::GameClock clock("demo");
+    clock.Init(50);
+    for (int frame = 0; frame < 5; ++frame) {
+        clock.Tick();
+    }
+    zn::Random random;
+    random.Seed(1, 2000);
+    int first = random.GetRand();
+    int second = random.GetRand();
+    std::printf("demo: five frames capped at 50 fps took %.3f s; seed 1 draws %d and %d\n",
+                clock.GetTickCount(), first, second);
+}
+
+void ShowPathsAndText(const std::string& media) {
+    zn::FileSystem::SetMediaPath(
+        zn::STDWString(zn::Localization::ConvertMultiByteToWide(media.c_str()).Get()));
+    zn::Path texture(zn::STDString("Public/Game/rock.DDS"), zn::Path::ROOT_MEDIA);
+    zn::STDWString extension;
+    texture.GetPathComponent(zn::Path::Extension, extension);
+    zn::Localization::ConvertWideToMultiByte full(texture);
+    zn::Localization::ConvertWideToMultiByte type(extension);
+    std::printf("demo: a media path reads %s, extension \"%s\"\n", full.Get(), type.Get());
+    zn::Localization::ConvertMultiByteToWide wide("Gr\xc3\xbc\xc3\x9f \xf0\x9f\x8e\xae");
+    std::printf("demo: \"Gr\xc3\xbc\xc3\x9f \xf0\x9f\x8e\xae\" is %u bytes of UTF-8 and %u 16-bit units\n",
+                static_cast<unsigned int>(std::strlen("Gr\xc3\xbc\xc3\x9f \xf0\x9f\x8e\xae")),
+                wide.GetLength());
+}
+
+void ShowCompression() {
+    std::string text;
+    for (int line = 0; line < 200; ++line) {
+        text += "the same line of a level file, over and over\n";
+    }
+    zn::Compressor compressor(zn::CompressionLevelBest);
+    compressor.Deflate(text.data(), static_cast<unsigned int>(text.size()));
+    zn::ZipperOutput packed = compressor.GetOutput();
+    zn::DeCompressor decompressor;
+    decompressor.Inflate(packed.m_Output, packed.m_OutputSize);
+    zn::ZipperOutput unpacked = decompressor.GetOutput();
+    bool same =
+        unpacked.m_OutputSize == text.size() && std::memcmp(unpacked.m_Output, text.data(), text.size()) == 0;
+    std::printf("demo: %zu bytes of text deflate to %u and inflate back %s\n", text.size(),
+                packed.m_OutputSize, same ? "unchanged" : "CHANGED");
+}
+
 void ShowMachine() {
     initCPU();
     zn::CPUDescription cpu = zn::GetCPUDescription();
@@ -134,6 +198,10 @@ int main(int argc, char** argv) {
     ShowMemory();
     ShowStrings();
     ShowScratch();
+    ShowGeometry();
+    ShowClocksAndRandom();
+    ShowPathsAndText(media);
+    ShowCompression();
     zn::CoreLibSDM::Shutdown();
     Say("CoreLibSDM::Shutdown done");
     return 0;
