@@ -105,20 +105,11 @@ unsigned int Zipper::Deflate(const void* data, unsigned int size) {
         ZN_REPORT("Deflate has failed!");
         return m_OutputSize;
     }
-    m_Stream->next_in = static_cast<const Bytef*>(data);
-    m_Stream->avail_in = size;
-    m_Stream->next_out = m_Output;
-    m_Stream->avail_out = m_OutputCapacity;
-    DriveResult result = Drive(Z_NO_FLUSH);
+    DriveResult result = Feed(data, size);
     if (result == DriveResult::Failed) {
         ZN_REPORT("Deflate has failed!");
     }
-    if (result != DriveResult::Done) {
-        Abandon();
-        return m_OutputSize;
-    }
-    UpdateOutputSize();
-    return m_OutputSize;
+    return Settle(result);
 }
 
 unsigned int Zipper::Inflate(const void* data, unsigned int size) {
@@ -131,14 +122,22 @@ unsigned int Zipper::Inflate(const void* data, unsigned int size) {
         ZN_REPORT("There is no room in the stream");
         return m_OutputSize;
     }
+    DriveResult result = Feed(data, size);
+    if (result == DriveResult::Failed) {
+        ZN_REPORT("Inflate has failed!");
+    }
+    return Settle(result);
+}
+
+Zipper::DriveResult Zipper::Feed(const void* data, unsigned int size) {
     m_Stream->next_in = static_cast<const Bytef*>(data);
     m_Stream->avail_in = size;
     m_Stream->next_out = m_Output;
     m_Stream->avail_out = m_OutputCapacity;
-    DriveResult result = Drive(Z_NO_FLUSH);
-    if (result == DriveResult::Failed) {
-        ZN_REPORT("Inflate has failed!");
-    }
+    return Drive(Z_NO_FLUSH);
+}
+
+unsigned int Zipper::Settle(DriveResult result) {
     if (result != DriveResult::Done) {
         Abandon();
         return m_OutputSize;

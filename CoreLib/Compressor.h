@@ -55,6 +55,10 @@ private:
     // How driving the stream ended.
     enum class DriveResult { Done, Failed, NoRoom };
 
+    // Gives the stream its one block and drives it.
+    DriveResult Feed(const void* data, unsigned int size);
+    // Keeps the output of a driven stream, or abandons a stream that did not finish; the size.
+    unsigned int Settle(DriveResult result);
     // Calls zlib until the input is used (no flush) or the stream ends (finish).
     DriveResult Drive(int flush);
     int Step(int flush);

@@ -2,6 +2,7 @@
 // same few MiB of structured data, at the two levels the library offers (zlib 1 and 9).
 #include "CoreLib/Compressor.h"
 #include "CoreLib/CoreLibSDM.h"
+#include "tests/support/StructuredBytes.h"
 
 #include <benchmark/benchmark.h>
 #include <zlib.h>
@@ -18,28 +19,7 @@ constexpr size_t kDataSize = 4 << 20;
 
 // Text records with a binary table now and then, like the logs, tables and scripts in a pack.
 const Bytes& Data() {
-    static const Bytes data = [] {
-        std::mt19937 random(2026);
-        static const char* const kWords[] = {"texture", "mesh", "sound", "script", "level", "actor", "light"};
-        Bytes bytes;
-        bytes.reserve(kDataSize + 128);
-        char line[128];
-        while (bytes.size() < kDataSize) {
-            if (random() % 16 == 0) {
-                for (int i = 0; i < 64; ++i) {
-                    bytes.push_back(static_cast<unsigned char>(i * 3 + random() % 4));
-                }
-                continue;
-            }
-            int length = std::snprintf(line, sizeof(line), "%06u %s_%u x=%.3f flags=%x\n",
-                                       static_cast<unsigned>(bytes.size() / 32), kWords[random() % 7],
-                                       static_cast<unsigned>(random() % 500), (random() % 100000) / 7.0,
-                                       static_cast<unsigned>(random() % 16));
-            bytes.insert(bytes.end(), line, line + length);
-        }
-        bytes.resize(kDataSize);
-        return bytes;
-    }();
+    static const Bytes data = zn::test::StructuredBytes(kDataSize, 2026);
     return data;
 }
 

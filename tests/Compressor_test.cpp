@@ -5,6 +5,7 @@
 #include "CoreLib/MemoryManager.h"
 #include "tests/support/CapturingLogger.h"
 #include "tests/support/CoreLibFixture.h"
+#include "tests/support/StructuredBytes.h"
 
 #include <gtest/gtest.h>
 #include <zlib.h>
@@ -25,6 +26,7 @@ namespace zn::test {
 namespace {
 
 using Bytes = std::vector<unsigned char>;
+using test::StructuredBytes;
 
 constexpr unsigned int kBlock = Zipper::kOutputBlockSize;
 
@@ -34,30 +36,6 @@ Bytes RandomBytes(size_t size, uint32_t seed) {
     for (unsigned char& byte : bytes) {
         byte = static_cast<unsigned char>(random());
     }
-    return bytes;
-}
-
-// Log-like text records with a binary table now and then: compressible, but not trivially.
-Bytes StructuredBytes(size_t size, uint32_t seed) {
-    std::mt19937 random(seed);
-    static const char* const kWords[] = {"texture", "mesh", "sound", "script", "level", "actor", "light"};
-    Bytes bytes;
-    bytes.reserve(size + 128);
-    char line[128];
-    while (bytes.size() < size) {
-        if (random() % 16 == 0) {
-            for (int i = 0; i < 64; ++i) {
-                bytes.push_back(static_cast<unsigned char>(i * 3 + random() % 4));
-            }
-            continue;
-        }
-        int length = std::snprintf(line, sizeof(line), "%06u %s_%u x=%.3f flags=%x\n",
-                                   static_cast<unsigned>(bytes.size() / 32), kWords[random() % 7],
-                                   static_cast<unsigned>(random() % 500), (random() % 100000) / 7.0,
-                                   static_cast<unsigned>(random() % 16));
-        bytes.insert(bytes.end(), line, line + length);
-    }
-    bytes.resize(size);
     return bytes;
 }
 

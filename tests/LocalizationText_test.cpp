@@ -7,6 +7,8 @@
 #include "CoreLib/platform/Locale.h"
 #include "tests/support/CoreLibFixture.h"
 
+#include "tests/support/IconvOracle.h"
+
 #include <gtest/gtest.h>
 
 #include <iconv.h>
@@ -33,33 +35,14 @@ public:
 namespace {
 
 using Units = std::vector<uint32_t>;
+using test::Iconv;
 
 Units UnitsOf(const wchar_t* text, unsigned int length) {
     return Units(text, text + length);
 }
 
-std::string Iconv(const char* to, const char* from, const std::string& input) {
-    iconv_t converter = iconv_open(to, from);
-    EXPECT_NE(converter, reinterpret_cast<iconv_t>(-1));
-    std::string output(input.size() * 4 + 16, '\0');
-    char* in = const_cast<char*>(input.data());
-    size_t inLeft = input.size();
-    char* out = output.data();
-    size_t outLeft = output.size();
-    EXPECT_NE(iconv(converter, &in, &inLeft, &out, &outLeft), static_cast<size_t>(-1));
-    iconv_close(converter);
-    output.resize(output.size() - outLeft);
-    return output;
-}
-
 std::string Utf8Of(const std::vector<char32_t>& codePoints) {
-    std::string utf32;
-    for (char32_t codePoint : codePoints) {
-        for (int shift = 0; shift < 32; shift += 8) {
-            utf32 += static_cast<char>((codePoint >> shift) & 0xFF);
-        }
-    }
-    return Iconv("UTF-8", "UTF-32LE", utf32);
+    return Iconv("UTF-8", "UTF-32LE", test::Utf32Bytes(codePoints));
 }
 
 // Code points of one to four UTF-8 bytes, never a backslash (an escape) nor NUL.
