@@ -8,6 +8,7 @@
 #include "CoreLib/Localization.h"
 #include "CoreLib/LogManager.h"
 #include "CoreLib/MemoryManager.h"
+#include "CoreLib/PackedFileManager.h"
 #include "CoreLib/Path.h"
 #include "CoreLib/StaticDataManager.h"
 #include "CoreLib/UnitVector3.h"
@@ -46,6 +47,12 @@ void CreateMemoryManager() {
 void DestroyMemoryManager() {
     MemoryManager::Destroy();
 }
+// The XML log seeks in its file, which needs the memory system; it goes with the log manager.
+void AddXmlLogger() {
+    if (LogManager* manager = LogManager::GetInstance()) {
+        manager->AddMemoryManagerDependentLoggers();
+    }
+}
 void CreateGlobalAllocator() {
     Singleton<GlobalAllocator>::_SDMInit();
 }
@@ -57,6 +64,12 @@ void CreateLocalization() {
 }
 void DestroyLocalization() {
     Singleton<Localization>::_SDMShutdown();
+}
+void CreatePackedFileManager() {
+    Singleton<PackedFileManager>::_SDMInit();
+}
+void DestroyPackedFileManager() {
+    Singleton<PackedFileManager>::_SDMShutdown();
 }
 void CreateLargeBlockAllocator() {
     Singleton<LargeBlockAllocater>::_SDMInit();
@@ -80,6 +93,7 @@ const Step kSteps[] = {
     // The table stays filled until the process ends: nothing to undo.
     {"UnitVector3", UnitVector3::_SDMInit, nullptr},
     {"MemoryManager", CreateMemoryManager, DestroyMemoryManager},
+    {"XmlLogger", AddXmlLogger, nullptr},
     {"GlobalAllocator", CreateGlobalAllocator, DestroyGlobalAllocator},
     {"LargeBlockAllocater", CreateLargeBlockAllocator, DestroyLargeBlockAllocator},
     {"GlobalStringTable", GlobalStringTable::_SDMInit, GlobalStringTable::_SDMShutdown},
@@ -87,6 +101,7 @@ const Step kSteps[] = {
     {"Localization", CreateLocalization, DestroyLocalization},
     {"Path", Path::_SDMInit, Path::_SDMShutDown},
     {"FileSystem", FileSystem::_SDMInit, FileSystem::_SDMShutDown},
+    {"PackedFileManager", CreatePackedFileManager, DestroyPackedFileManager},
 };
 
 void Notify(const char* step, bool starting) {

@@ -1,6 +1,7 @@
 // GlobalStringTable.cpp: interning, reference counting and removal of the process-wide strings.
 #include "CoreLib/GlobalStringTable.h"
 
+#include "CoreLib/FileWriter.h"
 #include "CoreLib/MemoryManager.h"
 #include "CoreLib/Report.h"
 #include "CoreLib/ScratchString.h"
@@ -584,6 +585,9 @@ void GlobalStringTable::_SDMInit() {
         return;
     }
     s_Table = new GlobalStringTable;
+    // A library started again begins as a process does at load: enabled, no bracket open.
+    s_TableUseCount.store(0, std::memory_order_relaxed);
+    s_TableEnabled.store(true, std::memory_order_relaxed);
 }
 
 void GlobalStringTable::_SDMShutdown() {
@@ -598,17 +602,44 @@ void GlobalStringTable::_SDMShutdown() {
     s_Table = nullptr;
 }
 
-void GlobalStringTable::ListStrings(ScratchString& list) {
-    CSLock guard(&s_Table->m_Lock);
-    for (const GlobalStringBucket& bucket : s_Table->m_Buckets) {
+template <typename Visit>
+void GlobalStringTable::ForEachString(Visit visit) const {
+    CSLock guard(&m_Lock);
+    for (const GlobalStringBucket& bucket : m_Buckets) {
         for (const GlobalStringBucket* chunk = &bucket; chunk != nullptr; chunk = chunk->m_Next) {
             for (char* handle : chunk->m_Entries) {
                 if (handle != nullptr) {
-                    list << "\t-" << handle << "\n";
+                    visit(handle);
                 }
             }
         }
     }
+}
+
+void GlobalStringTable::ListStrings(ScratchString& list) {
+    s_Table->ForEachString([&list](char* handle) { list << "\t-" << handle << "\n"; });
+}
+
+void GlobalStringTable::DumpContent(const Path& path) {
+    if (s_Table == nullptr) {
+        ZN_REPORT("There is no global string table?");
+        return;
+    }
+    s_Table->DumpStringTable(path);
+}
+
+void GlobalStringTable::DumpStringTable(const Path& path) {
+    RequestTable();
+    FileWriter file(path, CompressionType_None, STDWString(L"wb"));
+    if (file.IsLoaded()) {
+        // Each entry's own length: the characters are written as they were interned.
+        ForEachString([&file](char* handle) {
+            file.Write(handle, GetLength(handle), 1);
+            file.Write("\n", 1, 1);
+        });
+    }
+    ReleaseTable();
+    file.Close();
 }
 
 // ---- inspection ---------------------------------------------------------------------------------

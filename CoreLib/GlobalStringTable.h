@@ -12,6 +12,7 @@
 
 namespace zn {
 
+class Path;
 class ScratchString;
 
 // One chunk of a bucket's chain. The first chunk of every bucket lives in the table; overflow
@@ -48,6 +49,10 @@ public:
     static void ReleaseTable();
     // Disables the table and forgets every open bracket: the host's switch to the run phase.
     static void ResetTable();
+
+    // Writes every entry's characters and "\n" to the file, in bucket and slot order. A file that
+    // cannot be opened is left alone.
+    static void DumpContent(const Path& path);
 
     // Start-up and shutdown steps of CoreLibSDM.
     static void _SDMInit();
@@ -155,6 +160,10 @@ private:
 
     // Appends "\t-", the text and "\n" for every entry, in bucket and slot order.
     static void ListStrings(ScratchString& list);
+    // Calls visit(handle) for every entry, in bucket and slot order, under the table's lock.
+    template <typename Visit>
+    void ForEachString(Visit visit) const;
+    void DumpStringTable(const Path& path);
 
     static constexpr size_t kHeaderSize = 8;
     static const unsigned int s_NbGlobalStringHashBuckets = 513;

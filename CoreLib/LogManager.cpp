@@ -2,6 +2,7 @@
 #include "CoreLib/LogManager.h"
 
 #include "CoreLib/Assert.h"
+#include "CoreLib/FileLogger.h"
 #include "CoreLib/MemoryManager.h"
 #include "CoreLib/PlatformShims.h"
 #include "CoreLib/Report.h"
@@ -68,15 +69,26 @@ void LogManager::Destroy() {
     s_Instance = nullptr;
 }
 
-void LogManager::AddMainLoggers() {
-    auto* debugOutput = new (std::nothrow) DebugOutputLogger();
-    if (debugOutput != nullptr) {
-        debugOutput->EnableLogging(127);
-        RegisterLogger(debugOutput);
+// Each logger comes from the plain run-time, since the memory manager does not exist yet; one
+// that cannot be made is left out.
+void LogManager::AddLogger(Logger* logger, int channels) {
+    if (logger != nullptr) {
+        logger->EnableLogging(channels);
+        RegisterLogger(logger);
     }
 }
 
-void LogManager::AddMemoryManagerDependentLoggers() {}
+void LogManager::AddMainLoggers() {
+    AddLogger(new (std::nothrow) FileLogger(L"log.txt", false), 127);
+    AddLogger(new (std::nothrow) FileLogger(L"errors.txt", true), 62);
+    AddLogger(new (std::nothrow) DebugOutputLogger(), 127);
+    AddLogger(new (std::nothrow) FileLogger(L"network.txt", true), 64);
+    AddLogger(new (std::nothrow) FileLogger(L"dialoglog.txt", true), 128);
+}
+
+void LogManager::AddMemoryManagerDependentLoggers() {
+    AddLogger(new (std::nothrow) XmlFileLogger(), 63);
+}
 
 int LogManager::RegisterLogger(Logger* logger) {
     // A 17th logger would be written behind the table: refuse it instead.

@@ -27,6 +27,8 @@ public:
     void AddMainLoggers();
     // Registers the loggers that write through the memory system, once it exists.
     void AddMemoryManagerDependentLoggers();
+    // Registers a logger made for the manager with the given channels; null is skipped.
+    void AddLogger(Logger* logger, int channels);
 
     // Stores the logger at the next slot and returns its index; -1 when all 16 slots were used.
     int RegisterLogger(Logger* logger);

@@ -2,6 +2,7 @@
 // the splitting of strings on separators.
 #include "CoreLib/StringTokenizer.h"
 
+#include "CoreLib/FileReader.h"
 #include "CoreLib/MemoryManager.h"
 #include "CoreLib/StringHelpers.h"
 
@@ -32,6 +33,40 @@ Char* CopyOf(const Char* characters, size_t count) {
         copy[count] = Char(0);
     }
     return copy;
+}
+
+// The whole content of a reader as a terminated text from "GLOBAL"; false when no memory can be had.
+// Narrow text is the bytes as they are.
+bool ReadWholeText(FileReader& reader, char*& text, unsigned int& length) {
+    const unsigned int size = reader.GetFileSize();
+    text = AllocateCharacters<char>(static_cast<size_t>(size) + 1);
+    if (text == nullptr) {
+        return false;
+    }
+    length = reader.Read(text, 1, size);
+    text[length] = '\0';
+    return true;
+}
+
+// Wide text is stored as 16-bit little-endian units; an odd last byte is no unit. The bytes are
+// read into the front of the text's own block and widened from the back, where every unit's
+// element lies at or behind its two bytes, so no unit is overwritten before it is read.
+bool ReadWholeText(FileReader& reader, wchar_t*& text, unsigned int& length) {
+    const unsigned int size = reader.GetFileSize();
+    const unsigned int units = size / 2;
+    text = AllocateCharacters<wchar_t>(static_cast<size_t>(units) + 1);
+    if (text == nullptr) {
+        return false;
+    }
+    unsigned char* bytes = reinterpret_cast<unsigned char*>(text);
+    length = reader.Read(bytes, 1, units * 2) / 2;
+    for (unsigned int unit = length; unit-- > 0;) {
+        const unsigned int low = bytes[2 * unit];
+        const unsigned int high = bytes[2 * unit + 1];
+        text[unit] = static_cast<wchar_t>(low | (high << 8));
+    }
+    text[length] = L'\0';
+    return true;
 }
 
 // The number a token of digits and dots starts with, as atof reads it but in any locale.
@@ -97,6 +132,23 @@ void StringTokenizerCore<Char, Buffer, String>::SetString(const Char* text) {
     m_Length = m_Text == nullptr ? 0 : static_cast<unsigned int>(length);
     m_TokenStart = 0;
     m_Position = 0;
+}
+
+template <typename Char, typename Buffer, typename String>
+bool StringTokenizerCore<Char, Buffer, String>::SetFile(const Path& path) {
+    FreeText();
+    m_TokenStart = 0;
+    m_Position = 0;
+    FileReader reader(path, false, false);
+    if (!reader.IsLoaded()) {
+        return false;
+    }
+    if (!ReadWholeText(reader, m_Text, m_Length)) {
+        m_Text = nullptr;
+        m_Length = 0;
+        return false;
+    }
+    return true;
 }
 
 template <typename Char, typename Buffer, typename String>

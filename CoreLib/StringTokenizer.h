@@ -7,6 +7,8 @@
 
 namespace zn {
 
+class Path;
+
 // One slot of a tokenizer's ring: size characters from "GLOBAL", owned by the tokenizer.
 struct TokBuffer {
     char* data = nullptr;
@@ -33,6 +35,10 @@ public:
 
     // Frees the old text, scans a private copy of text (null: an empty text) from its start.
     void SetString(const Char* text);
+    // Frees the old text and scans the whole file (found in the packs first) from its start: a
+    // narrow tokenizer takes the bytes as they are, a wide one takes 16-bit little-endian units.
+    // False, with no text, when the file cannot be read.
+    bool SetFile(const Path& path);
     // Scans from the start of the text again.
     void Reset() { m_Position = 0; }
 

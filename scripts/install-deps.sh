@@ -19,7 +19,7 @@ packages=(
     # GUIDs
     uuid-dev
     # tests, with a comma-decimal locale and an independent zlib
-    libgtest-dev libgmock-dev xvfb xdotool libeigen3-dev locales python3
+    libgtest-dev libgmock-dev xvfb xdotool libeigen3-dev locales python3 libxml2-utils
     # benchmarks and the peers they are measured against (allocators, hash sets)
     libbenchmark-dev libjemalloc-dev libmimalloc-dev libabsl-dev
     # formatting of the sources

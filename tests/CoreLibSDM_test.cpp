@@ -37,15 +37,15 @@ protected:
 
 TEST_F(StartUpOrder, InitRunsTheStepsInOrderAndShutdownUndoesThemInReverse) {
     CoreLibSDM::Init();
-    EXPECT_THAT(g_Steps,
-                ElementsAre("+SeedRandom", "+AssertLock", "+LogManager", "+UnitVector3", "+MemoryManager",
-                            "+GlobalAllocator", "+LargeBlockAllocater", "+GlobalStringTable",
-                            "+WellKnownStrings", "+Localization", "+Path", "+FileSystem"));
+    EXPECT_THAT(g_Steps, ElementsAre("+SeedRandom", "+AssertLock", "+LogManager", "+UnitVector3",
+                                     "+MemoryManager", "+XmlLogger", "+GlobalAllocator",
+                                     "+LargeBlockAllocater", "+GlobalStringTable", "+WellKnownStrings",
+                                     "+Localization", "+Path", "+FileSystem", "+PackedFileManager"));
     g_Steps.clear();
     CoreLibSDM::Shutdown();
-    EXPECT_THAT(g_Steps, ElementsAre("-FileSystem", "-Path", "-Localization", "-WellKnownStrings",
-                                     "-GlobalStringTable", "-LargeBlockAllocater", "-GlobalAllocator",
-                                     "-MemoryManager", "-LogManager", "-AssertLock"));
+    EXPECT_THAT(g_Steps, ElementsAre("-PackedFileManager", "-FileSystem", "-Path", "-Localization",
+                                     "-WellKnownStrings", "-GlobalStringTable", "-LargeBlockAllocater",
+                                     "-GlobalAllocator", "-MemoryManager", "-LogManager", "-AssertLock"));
 }
 
 TEST_F(StartUpOrder, SecondInitAndSecondShutdownDoNothing) {
@@ -57,7 +57,7 @@ TEST_F(StartUpOrder, SecondInitAndSecondShutdownDoNothing) {
     CoreLibSDM::Init();
     EXPECT_EQ(LogManager::GetInstance(), manager);
     EXPECT_EQ(AssertLock, lock);
-    EXPECT_EQ(g_Steps.size(), 12u);
+    EXPECT_EQ(g_Steps.size(), 14u);
     CoreLibSDM::Shutdown();
     EXPECT_EQ(LogManager::GetInstance(), nullptr);
     EXPECT_EQ(AssertLock, nullptr);

@@ -4,21 +4,26 @@
 
 #include "CoreLib/CoreLibSDM.h"
 #include "CoreLib/FixedString.h"
+#include "CoreLib/Path.h"
 #include "CoreLib/WellKnownStrings.h"
 #include "tests/support/CapturingLogger.h"
+#include "tests/support/ScratchFolder.h"
 #include "tests/support/StringTableFixture.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <cstring>
+#include <filesystem>
 #include <map>
 #include <mutex>
 #include <random>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -812,6 +817,51 @@ TEST(WellKnownStrings, AreInternedInOrderAtStartUpAndReleasedBeforeTheTableGoes)
     EXPECT_FALSE(g_SecondWord.IsValid());
     EXPECT_FALSE(g_RepeatedWord.IsValid());
     EXPECT_EQ(g_StringsAtTableShutdown, stringsBefore);
+}
+
+// ---- dumping the table -----------------------------------------------------------------------------
+
+class StringTableDumpTest : public StringTableTest {
+protected:
+    ScratchFolder m_Folder;
+};
+
+TEST_F(StringTableDumpTest, WritesEveryEntryOnItsOwnLineInBucketOrder) {
+    FixedString first("dump/alpha.dds", -1);
+    FixedString second("dump beta %s", -1);
+    FixedString third("dump gamma", -1);
+    // The path is interned too, so it is made before the expected list is taken.
+    const Path path = m_Folder.PathOf("table.txt");
+    std::vector<std::string> expected;
+    for (unsigned int bucket = 0; bucket < 513; ++bucket) {
+        for (char* handle : ChainElements(bucket)) {
+            if (handle != nullptr) {
+                expected.emplace_back(handle, Table::GetLength(handle));
+            }
+        }
+    }
+    ASSERT_EQ(expected.size(), Table::s_NbStrings);
+    ScopedCapture capture;
+    Table::DumpContent(path);
+
+    std::vector<std::string> lines;
+    std::istringstream dump(m_Folder.Read("table.txt"));
+    for (std::string line; std::getline(dump, line);) {
+        lines.push_back(line);
+    }
+    EXPECT_EQ(lines, expected);
+    EXPECT_NE(std::find(lines.begin(), lines.end(), "dump beta %s"), lines.end());
+    EXPECT_EQ(m_Folder.Read("table.txt").back(), '\n');
+    EXPECT_TRUE(capture.Reports().empty());
+    EXPECT_EQ(Table::GetTableUseCount(), 0) << "the dump's bracket is closed";
+}
+
+TEST_F(StringTableDumpTest, UnwritablePathLeavesNoFileAndNoReport) {
+    const Path path = m_Folder.PathOf("missing/table.txt");
+    ScopedCapture capture;
+    Table::DumpContent(path);
+    EXPECT_FALSE(std::filesystem::exists(m_Folder.FileName("missing/table.txt")));
+    EXPECT_TRUE(capture.Reports().empty());
 }
 
 }  // namespace

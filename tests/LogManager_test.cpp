@@ -380,7 +380,7 @@ TEST(LogManagerLifetime, CreateAndDestroyOutsideStartUp) {
     ASSERT_EQ(LogManager::GetInstance(), nullptr);
     LogManager::Create();
     ASSERT_NE(LogManager::GetInstance(), nullptr);
-    EXPECT_EQ(LogManager::GetInstance()->GetLoggerCount(), 1) << "the debug output logger";
+    EXPECT_EQ(LogManager::GetInstance()->GetLoggerCount(), 5) << "four text files and the debug output";
     LogManager::Destroy();
     EXPECT_EQ(LogManager::GetInstance(), nullptr);
     LogManager::Destroy();

@@ -4,9 +4,11 @@
 #include "CoreLib/ArgumentString.h"
 #include "CoreLib/Logger.h"
 #include "CoreLib/MemoryManager.h"
+#include "CoreLib/Path.h"
 #include "CoreLib/StringHelpers.h"
 #include "tests/support/CapturingLogger.h"
 #include "tests/support/CoreLibFixture.h"
+#include "tests/support/ScratchFolder.h"
 
 #include <gtest/gtest.h>
 
@@ -296,6 +298,63 @@ TEST_F(ArgumentStringTest, FirstMatchEndsTheWalk) {
     EXPECT_EQ(value, "first");
     EXPECT_STREQ(arguments.GetToken(3), "second");
     EXPECT_EQ(arguments.GetToken(4), nullptr);
+}
+
+// ---- files -------------------------------------------------------------------------------------------
+
+class StringTokenizerFileTest : public CoreLibFixture {
+protected:
+    test::ScratchFolder m_Folder;
+};
+
+TEST_F(StringTokenizerFileTest, ScansTheWholeFileWithItsLineEndsTabsAndEmptyLines) {
+    m_Folder.Write("words.txt", "alpha 12.5\r\n\tbeta\r\n\r\n\tgamma\n");
+    StringTokenizer tokenizer(4);
+    tokenizer.SetString("old text");
+    ASSERT_TRUE(tokenizer.SetFile(m_Folder.PathOf("words.txt")));
+    EXPECT_EQ(AllTokens(tokenizer, IsAlphabetical),
+              (std::vector<std::string>{"alpha", "12.5", "beta", "gamma"}));
+    tokenizer.Reset();
+    std::vector<std::string> lines;
+    while (const char* line = tokenizer.NextLine()) {
+        lines.emplace_back(line);
+    }
+    EXPECT_EQ(lines, (std::vector<std::string>{"alpha 12.5\r\n", "\tbeta\r\n", "\r\n", "\tgamma\n"}));
+}
+
+TEST_F(StringTokenizerFileTest, MissingFileLeavesNoText) {
+    StringTokenizer tokenizer(2);
+    tokenizer.SetString("old text");
+    const Path missing = m_Folder.PathOf("missing.txt");
+    ScopedCapture capture;
+    EXPECT_FALSE(tokenizer.SetFile(missing));
+    EXPECT_EQ(tokenizer.Next(IsAlphabetical), nullptr);
+    EXPECT_TRUE(capture.Reports().empty());
+    m_Folder.Write("empty.txt", "");
+    EXPECT_TRUE(tokenizer.SetFile(m_Folder.PathOf("empty.txt")));
+    EXPECT_EQ(tokenizer.NextLine(), nullptr);
+}
+
+TEST_F(StringTokenizerFileTest, WideTokenizerReadsLittleEndianUnits) {
+    // "wide\tword\r\n\r\nnext\u00e9" in 16-bit little-endian units, and an odd byte that is no unit.
+    const std::u16string text = u"wide\tword\r\n\r\nnext\u00e9";
+    std::string bytes;
+    for (char16_t unit : text) {
+        bytes += static_cast<char>(unit & 0xFF);
+        bytes += static_cast<char>(unit >> 8);
+    }
+    bytes += 'x';
+    m_Folder.Write("wide.txt", bytes);
+    StringTokenizerW tokenizer(4);
+    ASSERT_TRUE(tokenizer.SetFile(m_Folder.PathOf("wide.txt")));
+    std::vector<std::wstring> lines;
+    while (const wchar_t* line = tokenizer.NextLine()) {
+        lines.emplace_back(line);
+    }
+    EXPECT_EQ(lines, (std::vector<std::wstring>{L"wide\tword\r\n", L"\r\n", L"next\u00e9"}));
+    tokenizer.Reset();
+    EXPECT_STREQ(tokenizer.Next(IsAlphabetical), L"wide");
+    EXPECT_STREQ(tokenizer.Next(IsAlphabetical), L"word");
 }
 
 }  // namespace

@@ -14,13 +14,27 @@ namespace {
 // The buffers below start at this size and double while the call says they are too small.
 constexpr size_t kInitialBufferSize = 1024;
 constexpr size_t kMaximumBufferSize = size_t{1} << 20;
+
+// The folder tests put in place of the user's home; empty when unset.
+std::string& HomeFolderOverride() {
+    static std::string folder;
+    return folder;
+}
 }  // namespace
+
+void SetHomeFolderOverride(const char* folder) {
+    HomeFolderOverride() = folder != nullptr ? folder : "";
+}
 
 uint32_t CurrentUserId() {
     return static_cast<uint32_t>(::getuid());
 }
 
 int GetHomeFolder(uint32_t userId, std::string& folder) {
+    if (!HomeFolderOverride().empty()) {
+        folder = HomeFolderOverride();
+        return 0;
+    }
     long suggested = ::sysconf(_SC_GETPW_R_SIZE_MAX);
     std::vector<char> buffer(suggested > 0 ? static_cast<size_t>(suggested) : kInitialBufferSize);
     for (;;) {

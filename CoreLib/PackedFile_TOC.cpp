@@ -1,0 +1,376 @@
+// PackedFile_TOC.cpp: the trie of a pack's names, its stored form and the walks that list it.
+#include "CoreLib/PackedFile_TOC.h"
+
+#include "CoreLib/FileSystem.h"
+#include "CoreLib/FileWriter.h"
+#include "CoreLib/Localization.h"
+#include "CoreLib/MemoryManager.h"
+#include "CoreLib/PackedFile.h"
+#include "CoreLib/Report.h"
+#include "CoreLib/StringHelpers.h"
+
+#include <strings.h>
+#include <cstring>
+
+namespace zn {
+
+namespace {
+constexpr char kSeparator = '/';
+
+// Roots that never lie inside a pack: the user's application folder, the executable's folder and
+// the working folder.
+bool IsRootOutsidePacks(Path::ERoot root) {
+    return root == Path::ROOT_APP_USER || root == Path::ROOT_BINARY || root == Path::ROOT_WORKING;
+}
+}  // namespace
+
+// ---------------------------------------------------------------------------------------------
+// FileTrieNode
+
+FileTrieNode::FileTrieNode() = default;
+
+void FileTrieNode::Init(const char* text, unsigned int length, unsigned int hash, FileTrieNode* parent,
+                        PackedFile_TOC* owner) {
+    m_Name.assign(text, length);
+    m_Hash = hash;
+    m_Parent = parent;
+    m_Owner = owner;
+    m_Data = nullptr;
+}
+
+void FileTrieNode::ResetPoolElement() {
+    Clear();
+    m_Name.Empty();
+    m_Hash = 0;
+    m_Parent = nullptr;
+    m_Owner = nullptr;
+    m_Data = nullptr;
+}
+
+FileTrieNode* FileTrieNode::FindChild(const char* text, unsigned int length) const {
+    unsigned int hash = PackedFile::GetHashValue(text, length);
+    for (unsigned int index = 0; index < m_Children.GetSize(); ++index) {
+        FileTrieNode* child = m_Children[index];
+        // Only length characters are compared: the hash already told the longer names apart.
+        if (child->m_Hash == hash && strncasecmp(child->m_Name.ToChar(), text, length) == 0) {
+            return child;
+        }
+    }
+    return nullptr;
+}
+
+const char* FileTrieNode::FindChar(const char* text, int length) {
+    if (length < 1) {
+        ZN_REPORT("Length of string 0 or negative!");
+        return nullptr;
+    }
+    return static_cast<const char*>(std::memchr(text, kSeparator, static_cast<size_t>(length)));
+}
+
+void FileTrieNode::Clear() {
+    for (unsigned int index = 0; index < m_Children.GetSize(); ++index) {
+        FileTrieNode* child = m_Children[index];
+        child->Clear();
+        if (m_Owner != nullptr) {
+            m_Owner->ReleaseNode(child);
+        }
+    }
+    m_Children.RemoveAll();
+}
+
+void FileTrieNode::PrependAncestors(STDString& text, bool withRoot) const {
+    for (const FileTrieNode* ancestor = m_Parent; ancestor != nullptr; ancestor = ancestor->m_Parent) {
+        if (!withRoot && ancestor->m_Parent == nullptr) {
+            break;
+        }
+        text.insert(0, 1, kSeparator);
+        text.insert(0, ancestor->m_Name);
+    }
+}
+
+STDString FileTrieNode::GetFullName() const {
+    STDString text(m_Name);
+    PrependAncestors(text, true);
+    return text;
+}
+
+STDString FileTrieNode::GetRelativeName() const {
+    STDString text(m_Name);
+    PrependAncestors(text, false);
+    return text;
+}
+
+// ---------------------------------------------------------------------------------------------
+// PackedFile_TOC
+
+PackedFile_TOC::PackedFile_TOC() : m_Scratch(1, ScratchString::MAX_SIZE_INFINITE, true) {
+    m_NodePool.Setup(kPoolName, kPoolMaximumSize, kPoolInitialCount, kPoolGrowCount);
+    const char* media = FileSystem::GetMediaPath().ToFixedString().ToChar();
+    if (media == nullptr) {
+        media = "";
+    }
+    size_t mediaLength = std::strlen(media);
+    if (mediaLength > 0 && media[mediaLength - 1] == kSeparator) {
+        --mediaLength;
+    }
+    m_Root = NewNode(media, static_cast<unsigned int>(mediaLength), nullptr);
+}
+
+PackedFile_TOC::~PackedFile_TOC() {
+    // Nodes still out of the pool when it goes would never be taken down.
+    if (m_Root != nullptr) {
+        m_Root->Clear();
+        m_NodePool.ReleaseObject(m_Root);
+        m_Root = nullptr;
+    }
+    FreeEntries();
+}
+
+FileTrieNode* PackedFile_TOC::NewNode(const char* text, unsigned int length, FileTrieNode* parent) {
+    FileTrieNode* node = m_NodePool.GetFreeObject();
+    if (node != nullptr) {
+        node->Init(text, length, PackedFile::GetHashValue(text, length), parent, this);
+    }
+    return node;
+}
+
+void PackedFile_TOC::PrepareKey(const FixedString& key) {
+    m_Scratch.Reset();
+    const char* keyText = key.ToChar() != nullptr ? key.ToChar() : "";
+    unsigned int keyLength = key.GetLength();
+    const STDString& rootName = m_Root->GetName();
+    // A path's interned text holds the media root; a stored name does not. Both land on the same
+    // nodes once the root and its separator are skipped.
+    bool isRoot = rootName.Equals(keyText);
+    bool holdsRoot =
+        !rootName.IsEmpty() && keyLength > 0 && std::strstr(keyText, rootName.ToChar()) != nullptr;
+    if (isRoot || holdsRoot) {
+        unsigned int skipped = rootName.Length() + 1;
+        if (skipped >= keyLength) {
+            return;
+        }
+        m_Scratch.Concatenate(keyText + skipped, keyLength - skipped);
+        return;
+    }
+    m_Scratch.Concatenate(keyText, keyLength);
+}
+
+FileTrieNode* PackedFile_TOC::Walk(bool create) {
+    const char* text = m_Scratch.ToChar();
+    int remaining = static_cast<int>(m_Scratch.GetSize());
+    FileTrieNode* node = m_Root;
+    while (remaining > 0 && node != nullptr) {
+        const char* separator = FileTrieNode::FindChar(text, remaining);
+        unsigned int componentLength = separator != nullptr ? static_cast<unsigned int>(separator - text)
+                                                            : static_cast<unsigned int>(remaining);
+        FileTrieNode* child = node->FindChild(text, componentLength);
+        if (child == nullptr) {
+            if (!create) {
+                return nullptr;
+            }
+            child = NewNode(text, componentLength, node);
+            if (child == nullptr) {
+                return nullptr;
+            }
+            node->AddChild(child);
+        }
+        node = child;
+        if (separator == nullptr) {
+            break;
+        }
+        remaining -= static_cast<int>(componentLength) + 1;
+        text = separator + 1;
+    }
+    return node;
+}
+
+FileTrieNode* PackedFile_TOC::Find(const FixedString& key) {
+    if (key.IsEmpty()) {
+        return nullptr;
+    }
+    PrepareKey(key);
+    return Walk(false);
+}
+
+FileTrieNode* PackedFile_TOC::Insert(const FixedString& key, PackedFileEntry* entry) {
+    if (key.IsEmpty()) {
+        return nullptr;
+    }
+    PrepareKey(key);
+    FileTrieNode* node = Walk(true);
+    if (node == nullptr || entry == nullptr) {
+        return node;
+    }
+    if (node->HasData()) {
+        ZN_REPORT("Data of trie node already set, overwriting!");
+    }
+    node->SetData(entry);
+    ++m_Count;
+    return node;
+}
+
+PackedFileEntry* PackedFile_TOC::FindEntry(const char* name) {
+    FixedString key(name);
+    FileTrieNode* node = Find(key);
+    return node != nullptr ? node->GetData() : nullptr;
+}
+
+void PackedFile_TOC::FreeEntries() {
+    if (m_Entries != nullptr) {
+        MemoryManager::GlobalFree(m_Entries, 0);
+        m_Entries = nullptr;
+    }
+    m_EntryCount = 0;
+}
+
+bool PackedFile_TOC::Load(const void* buffer, unsigned int size) {
+    FreeEntries();
+    if (buffer == nullptr || size < kCountSize) {
+        return false;
+    }
+    uint32_t entryCount = 0;
+    std::memcpy(&entryCount, buffer, kCountSize);
+    const char* records = static_cast<const char*>(buffer) + kCountSize;
+    if (uint64_t{entryCount} * sizeof(PackedFileEntry) != uint64_t{size} - kCountSize) {
+        return false;
+    }
+    // A name is used as a terminated text from here on: one that fills its field is not a name.
+    for (uint32_t index = 0; index < entryCount; ++index) {
+        const char* name = records + size_t{index} * sizeof(PackedFileEntry);
+        if (std::memchr(name, '\0', PackedFileEntry::kNameSize) == nullptr) {
+            return false;
+        }
+    }
+    if (entryCount == 0) {
+        return true;
+    }
+    size_t bytes = size_t{entryCount} * sizeof(PackedFileEntry);
+    m_Entries = static_cast<PackedFileEntry*>(MemoryManager::GlobalMalloc(bytes, 0));
+    if (m_Entries == nullptr) {
+        return false;
+    }
+    std::memcpy(m_Entries, records, bytes);
+    m_EntryCount = entryCount;
+    for (uint32_t index = 0; index < entryCount; ++index) {
+        Insert(FixedString(m_Entries[index].m_Name), &m_Entries[index]);
+    }
+    return true;
+}
+
+unsigned int PackedFile_TOC::CountData(const FileTrieNode* node) const {
+    unsigned int count = node->HasData() ? 1 : 0;
+    for (unsigned int index = 0; index < node->GetChildCount(); ++index) {
+        count += CountData(node->GetChild(index));
+    }
+    return count;
+}
+
+unsigned int PackedFile_TOC::GetSize() const {
+    return kCountSize + CountData(m_Root) * static_cast<unsigned int>(sizeof(PackedFileEntry));
+}
+
+bool PackedFile_TOC::Write(FileWriter* writer) const {
+    uint32_t count = m_Count;
+    bool written = writer->Write(&count, kCountSize, 1) == 1;
+    return WriteNode(m_Root, writer) && written;
+}
+
+// Children first, then the node's own record: a load rebuilds the children in the same order.
+bool PackedFile_TOC::WriteNode(const FileTrieNode* node, FileWriter* writer) const {
+    bool written = true;
+    for (unsigned int index = 0; index < node->GetChildCount(); ++index) {
+        written = WriteNode(node->GetChild(index), writer) && written;
+    }
+    if (node->HasData()) {
+        written = writer->Write(node->GetData(), sizeof(PackedFileEntry), 1) == 1 && written;
+    }
+    return written;
+}
+
+void PackedFile_TOC::Clear() {
+    m_Root->Clear();
+    m_Root->SetData(nullptr);
+    m_Count = 0;
+    FreeEntries();
+}
+
+// ---------------------------------------------------------------------------------------------
+// Walks
+
+void PackedFile_TOC::CollectDirectories(const Path& dir, bool recursive, ObjectSet<Path>& out) {
+    FileTrieNode* node = Find(dir.ToFixedString());
+    if (node != nullptr) {
+        CollectDirectories(node, recursive, out);
+    }
+}
+
+void PackedFile_TOC::CollectDirectories(FileTrieNode* node, bool recursive, ObjectSet<Path>& out) {
+    for (unsigned int index = 0; index < node->GetChildCount(); ++index) {
+        FileTrieNode* child = node->GetChild(index);
+        if (child->HasData()) {
+            continue;
+        }
+        out.Add(Path(child->GetFullName(), Path::ROOT_NONE));
+        if (recursive) {
+            CollectDirectories(child, recursive, out);
+        }
+    }
+}
+
+void PackedFile_TOC::CollectFiles(const Path& dir, const STDWString& pattern, bool recursive,
+                                  ObjectSet<Path>& out) {
+    if (IsRootOutsidePacks(dir.GetRoot())) {
+        return;
+    }
+    STDString narrowPattern(Localization::ConvertWideToMultiByte(pattern).Get());
+    narrowPattern.ToLower();
+    FileTrieNode* node = Find(dir.ToFixedString());
+    if (node == nullptr) {
+        return;
+    }
+    CollectFiles(node, narrowPattern.ToChar(), recursive, out);
+}
+
+void PackedFile_TOC::CollectFiles(FileTrieNode* node, const char* pattern, bool recursive,
+                                  ObjectSet<Path>& out) {
+    const char* separator = std::strchr(pattern, kSeparator);
+    if (separator == nullptr) {
+        for (unsigned int index = 0; index < node->GetChildCount(); ++index) {
+            FileTrieNode* child = node->GetChild(index);
+            if (child->HasData() && StringHelpers::WildcardMatch(child->GetName().ToChar(), pattern)) {
+                out.Add(Path(child->GetFullName(), Path::ROOT_NONE));
+            }
+            if (recursive) {
+                CollectFiles(child, pattern, recursive, out);
+            }
+        }
+        return;
+    }
+    STDString head(pattern, static_cast<int>(separator - pattern));
+    const char* tail = separator + 1;
+    bool separatorIsLast = *tail == '\0';
+    for (unsigned int index = 0; index < node->GetChildCount(); ++index) {
+        FileTrieNode* child = node->GetChild(index);
+        if (!separatorIsLast && StringHelpers::WildcardMatch(child->GetName().ToChar(), head.ToChar())) {
+            CollectFiles(child, tail, recursive, out);
+        }
+        if (recursive) {
+            CollectFiles(child, pattern, recursive, out);
+        }
+    }
+}
+
+void PackedFile_TOC::GetFileNames(ObjectSet<FixedString>& out) {
+    GetFileNames(m_Root, out);
+}
+
+void PackedFile_TOC::GetFileNames(const FileTrieNode* node, ObjectSet<FixedString>& out) {
+    for (unsigned int index = 0; index < node->GetChildCount(); ++index) {
+        GetFileNames(node->GetChild(index), out);
+    }
+    if (node->HasData()) {
+        out.Add(FixedString(node->GetRelativeName().ToChar()));
+    }
+}
+
+}  // namespace zn
