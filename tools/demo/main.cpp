@@ -157,9 +157,6 @@ void ShowPathsAndText(const std::string& media) {
 // Packs the sample files into "Demo.pak" in the media folder, collects it, and reads one entry back
 // through FileReader, which asks the packs before the disk.
 void ShowPacks() {
-    // A host's loading phase: paths made here intern new texts, which the table takes only inside
-    // an open bracket once the library's own brackets have closed it.
-    zn::GlobalStringTable::RequestTable();
     const char* const greeting = "Hello from inside a pack.\n";
     std::string level;
     for (int row = 0; row < 64; ++row) {
@@ -190,7 +187,6 @@ void ShowPacks() {
                 levelReader.GetFileSize(),
                 levelReader.GetFileSize() == level.size() ? "as written" : "CHANGED");
     manager->Destroy();
-    zn::GlobalStringTable::ReleaseTable();
 }
 
 void ShowCompression() {
@@ -239,9 +235,12 @@ int main(int argc, char** argv) {
     ShowScratch();
     ShowGeometry();
     ShowClocksAndRandom();
+    // GenerateGUID's bracket has closed the string table: the rest runs as a loading phase.
+    zn::GlobalStringTable::RequestTable();
     ShowPathsAndText(media);
     ShowCompression();
     ShowPacks();
+    zn::GlobalStringTable::ReleaseTable();
     zn::CoreLibSDM::Shutdown();
     Say("CoreLibSDM::Shutdown done");
     return 0;
