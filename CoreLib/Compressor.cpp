@@ -20,22 +20,6 @@ constexpr const char* kZlibVersion = "1.2.7";
 constexpr int kZlibFastLevel = 1;
 constexpr int kZlibBestLevel = 9;
 
-// Output blocks follow the library's size rule: from 1 MiB up they live in "LARGEBLOCK".
-void* AllocateBlock(size_t size) {
-    return size >= MemoryManager::kLargeBlockThreshold ? MemoryManager::LargeBlockMalloc(size, 0)
-                                                       : MemoryManager::GlobalMalloc(size, 0);
-}
-
-void FreeBlock(void* block, size_t size) {
-    if (block == nullptr) {
-        return;
-    }
-    if (size >= MemoryManager::kLargeBlockThreshold) {
-        MemoryManager::LargeBlockFree(block, 0);
-    } else {
-        MemoryManager::GlobalFree(block, 0);
-    }
-}
 }  // namespace
 
 void* ZipperAllocator::Malloc(void* opaque, unsigned int count, unsigned int size) {
@@ -56,7 +40,7 @@ void ZipperAllocator::Free(void* opaque, void* block) {
 
 Zipper::Zipper(ECompressionAction action, ECompressionLevel level)
     : m_Action(action), m_Output(nullptr), m_OutputCapacity(0), m_OutputSize(0), m_Stream(nullptr) {
-    m_Output = static_cast<unsigned char*>(AllocateBlock(kOutputBlockSize));
+    m_Output = static_cast<unsigned char*>(MemoryManager::SizedMalloc(kOutputBlockSize));
     m_OutputCapacity = m_Output != nullptr ? kOutputBlockSize : 0;
 
     m_Stream = static_cast<z_stream*>(MemoryManager::GlobalMalloc(sizeof(z_stream), 0));
@@ -87,7 +71,7 @@ Zipper::~Zipper() {
         Flush();
         ReleaseStream();
     }
-    FreeBlock(m_Output, m_OutputCapacity);
+    MemoryManager::SizedFree(m_Output, m_OutputCapacity);
     m_Output = nullptr;
 }
 
@@ -208,7 +192,7 @@ bool Zipper::GrowOutputBuffer() {
         return false;
     }
     unsigned int capacity = m_OutputCapacity + kOutputBlockSize;
-    auto* block = static_cast<unsigned char*>(AllocateBlock(capacity));
+    auto* block = static_cast<unsigned char*>(MemoryManager::SizedMalloc(capacity));
     if (block == nullptr) {
         ZN_REPORT("Cannot grow the output buffer past %u bytes", m_OutputCapacity);
         return false;
@@ -222,7 +206,7 @@ bool Zipper::GrowOutputBuffer() {
     if (held > 0) {
         std::memcpy(block, m_Output, held);
     }
-    FreeBlock(m_Output, m_OutputCapacity);
+    MemoryManager::SizedFree(m_Output, m_OutputCapacity);
     m_Output = block;
     m_OutputCapacity = capacity;
     m_Stream->next_out = block + held;

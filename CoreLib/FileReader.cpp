@@ -21,24 +21,6 @@ CriticalSection FileReader::m_CS;
 namespace {
 using Utf8Name = Localization::ConvertWideToMultiByte;
 
-// Blocks follow the library's size rule, by the content's size: a pack allocates its entries by
-// the same rule, so the reader can free what a pack hands over.
-void* AllocateBlock(size_t size) {
-    return size >= MemoryManager::kLargeBlockThreshold ? MemoryManager::LargeBlockMalloc(size, 0)
-                                                       : MemoryManager::GlobalMalloc(size, 0);
-}
-
-void FreeBlock(void* block, size_t size) {
-    if (block == nullptr) {
-        return;
-    }
-    if (size >= MemoryManager::kLargeBlockThreshold) {
-        MemoryManager::LargeBlockFree(block, 0);
-    } else {
-        MemoryManager::GlobalFree(block, 0);
-    }
-}
-
 // The size field is 32 bits wide: larger files, and streams that cannot tell their size, are
 // refused rather than read in part.
 bool FitsTheReader(long long size) {
@@ -165,7 +147,7 @@ void FileReader::Load(FILE* const file, bool loadInMemory, TCompressionType comp
 void FileReader::LoadToMemory(FILE* const file, TCompressionType compression) {
     CSLock guard(&m_CS);
     m_Type = BufferType_Buffer;
-    void* block = AllocateBlock(m_Size);
+    void* block = MemoryManager::SizedMalloc(m_Size);
     if (block == nullptr && m_Size > 0) {
         ZN_REPORT("Cannot allocate %u bytes to read a file", m_Size);
         std::fclose(file);
@@ -185,9 +167,9 @@ void FileReader::LoadToMemory(FILE* const file, TCompressionType compression) {
         DeCompressor inflater(CompressionLevelBest);
         inflater.Inflate(block, m_Size);
         ZipperOutput output = inflater.GetOutput();
-        FreeBlock(block, m_Size);
+        MemoryManager::SizedFree(block, m_Size);
         m_Size = output.m_OutputSize;
-        block = AllocateBlock(m_Size);
+        block = MemoryManager::SizedMalloc(m_Size);
         if (block == nullptr && m_Size > 0) {
             ZN_REPORT("Cannot allocate %u bytes to read a file", m_Size);
             m_Size = 0;
@@ -249,7 +231,7 @@ void FileReader::Dispose() {
                 break;
             case BufferType_Buffer:
                 // A pack's block starts at the view base; a block read here has none.
-                FreeBlock(m_ViewBase != nullptr ? m_ViewBase : m_Data, m_Size);
+                MemoryManager::SizedFree(m_ViewBase != nullptr ? m_ViewBase : m_Data, m_Size);
                 m_ViewBase = nullptr;
                 m_ViewSize = 0;
                 break;

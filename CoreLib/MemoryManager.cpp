@@ -224,6 +224,21 @@ bool MemoryManager::LargeBlockFree(void* p, unsigned int alignment) {
     return FreeTo(*s_HeapLARGEBLOCK, p, alignment);
 }
 
+void* MemoryManager::SizedMalloc(size_t size) {
+    return size >= kLargeBlockThreshold ? LargeBlockMalloc(size, 0) : GlobalMalloc(size, 0);
+}
+
+void MemoryManager::SizedFree(void* p, size_t size) {
+    if (p == nullptr) {
+        return;
+    }
+    if (size >= kLargeBlockThreshold) {
+        LargeBlockFree(p, 0);
+    } else {
+        GlobalFree(p, 0);
+    }
+}
+
 void* MemoryManager::SmartRealloc(void* p, size_t oldSize, size_t newSize, unsigned int alignment) {
     bool oldLarge = oldSize >= kLargeBlockThreshold;
     bool newLarge = newSize >= kLargeBlockThreshold;

@@ -80,6 +80,10 @@ public:
     static void* LargeBlockMalloc(size_t size, unsigned int alignment);
     static void* LargeBlockRealloc(void* p, size_t size, unsigned int alignment);
     static bool LargeBlockFree(void* p, unsigned int alignment);
+    // The size rule of the library's buffers: below kLargeBlockThreshold bytes from "GLOBAL", from
+    // there on from "LARGEBLOCK". A block is freed by the size it was allocated with; null is ignored.
+    static void* SizedMalloc(size_t size);
+    static void SizedFree(void* p, size_t size);
     // Reallocates a block whose old size the caller knows, moving it between "GLOBAL" and
     // "LARGEBLOCK" across kLargeBlockThreshold. A move down copies nothing: the copy of the old
     // size into the smaller block is refused and the new block is cleared.

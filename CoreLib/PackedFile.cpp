@@ -42,20 +42,7 @@ constexpr uint32_t kMaxPartCount = 256;
 
 // Blocks follow the library's size rule, which FileReader::Dispose applies when it frees them.
 char* AllocateBlock(size_t size) {
-    void* block = size >= MemoryManager::kLargeBlockThreshold ? MemoryManager::LargeBlockMalloc(size, 0)
-                                                              : MemoryManager::GlobalMalloc(size, 0);
-    return static_cast<char*>(block);
-}
-
-void FreeBlock(void* block, size_t size) {
-    if (block == nullptr) {
-        return;
-    }
-    if (size >= MemoryManager::kLargeBlockThreshold) {
-        MemoryManager::LargeBlockFree(block, 0);
-    } else {
-        MemoryManager::GlobalFree(block, 0);
-    }
+    return static_cast<char*>(MemoryManager::SizedMalloc(size));
 }
 
 uint64_t PaddedSize(uint64_t size) {
@@ -343,7 +330,7 @@ bool PackedFile::AddFile(const char* name, const Path& source, bool compress) {
     } else {
         ZN_REPORT("The read file %ls doesn't seem to exist.", source.ToWChar());
     }
-    FreeBlock(block, size);
+    MemoryManager::SizedFree(block, size);
     return added;
 }
 
@@ -482,7 +469,7 @@ bool PackedFile::CopyParts(PackedFileWriters& finalParts) {
             }
         }
     }
-    FreeBlock(block, kChunkSize);
+    MemoryManager::SizedFree(block, kChunkSize);
     unsigned int padding = kChunkSize - (static_cast<unsigned int>(copied & 0xFFFF) % kChunkSize);
     if (target != nullptr && padding < kChunkSize) {
         written = WritePadding(target, padding) && written;
@@ -598,7 +585,7 @@ bool PackedFile::ReadHeaderAndTable(FileReaderPacked* reader) {
     bool loaded = reader->Read(table, 1, header.m_TocSize) == header.m_TocSize &&
                   TableIsConsistent(table, header.m_TocSize, header.m_NumParts) &&
                   m_TOC->Load(table, header.m_TocSize);
-    FreeBlock(table, header.m_TocSize);
+    MemoryManager::SizedFree(table, header.m_TocSize);
     if (!loaded) {
         m_TOC->Clear();
         ZN_REPORT_AS(kLoadFunction, kWrongVersion);
@@ -647,7 +634,7 @@ char* PackedFile::ReadEntry(FileReaderPacked* reader, uint64_t fileOffset, const
     }
     if (!ReadFully(reader->GetFileHandle(), stored, entry.m_Size, fileOffset)) {
         ZN_REPORT_AS(kGetFileDataFunction, kReadError);
-        FreeBlock(stored, entry.m_Size);
+        MemoryManager::SizedFree(stored, entry.m_Size);
         return nullptr;
     }
     return stored;
@@ -679,10 +666,10 @@ bool PackedFile::InflateEntry(char* stored, const PackedFileEntry& entry, char*&
             inflateEnd(&stream);
         }
     }
-    FreeBlock(stored, entry.m_Size);
+    MemoryManager::SizedFree(stored, entry.m_Size);
     if (!complete || produced != expected) {
         ZN_REPORT_AS(kGetFileDataFunction, "PackedFile: Uncompress of data did not match uncompressed size.");
-        FreeBlock(inflated, expected);
+        MemoryManager::SizedFree(inflated, expected);
         base = nullptr;
         return false;
     }

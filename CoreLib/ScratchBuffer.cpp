@@ -15,27 +15,13 @@ bool IsLarge(uint64_t size) {
     return size >= MemoryManager::kLargeBlockThreshold;
 }
 
-char* AllocateBytes(unsigned int size) {
-    void* block =
-        IsLarge(size) ? MemoryManager::LargeBlockMalloc(size, 0) : MemoryManager::GlobalMalloc(size, 0);
-    return static_cast<char*>(block);
-}
-
-void FreeBytes(char* data, unsigned int size) {
-    if (IsLarge(size)) {
-        MemoryManager::LargeBlockFree(data, 0);
-    } else {
-        MemoryManager::GlobalFree(data, 0);
-    }
-}
-
 }  // namespace
 
 ScratchBuffer::ScratchBuffer(unsigned int size) {
     if (size == 0) {
         return;
     }
-    m_Data = AllocateBytes(size);
+    m_Data = static_cast<char*>(MemoryManager::SizedMalloc(size));
     if (m_Data == nullptr) {
         ZN_REPORT("ScratchBuffer cannot allocate %u bytes", size);
         return;
@@ -49,7 +35,7 @@ ScratchBuffer::~ScratchBuffer() {
 
 void ScratchBuffer::Destroy() {
     if (m_Data != nullptr) {
-        FreeBytes(m_Data, m_BufferSize);
+        MemoryManager::SizedFree(m_Data, m_BufferSize);
     }
     m_Data = nullptr;
     m_BufferSize = 0;
@@ -141,7 +127,7 @@ void ScratchBuffer::CopyFrom(const ScratchBuffer& other) {
     }
     if (m_BufferSize < other.m_BufferSize) {
         Destroy();
-        m_Data = AllocateBytes(other.m_BufferSize);
+        m_Data = static_cast<char*>(MemoryManager::SizedMalloc(other.m_BufferSize));
         if (m_Data == nullptr) {
             ZN_REPORT("ScratchBuffer cannot allocate %u bytes", other.m_BufferSize);
             return;
