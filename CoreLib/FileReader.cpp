@@ -435,6 +435,8 @@ bool FileReader::EndOfFile() const {
         case BufferType_None:
             break;
     }
+    // An unloaded reader has no end to test: this is the published text of that report, and the
+    // answer "at the end" keeps a reading loop from starting.
     ZN_REPORT("%s - Not implemented!!", ZN_FUNCTION_NAME);
     return true;
 }

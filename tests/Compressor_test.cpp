@@ -6,6 +6,7 @@
 #include "tests/support/CapturingLogger.h"
 #include "tests/support/CoreLibFixture.h"
 #include "tests/support/StructuredBytes.h"
+#include "tests/support/TempDir.h"
 
 #include <gtest/gtest.h>
 #include <zlib.h>
@@ -217,25 +218,6 @@ std::string FindPython() {
     return std::system("command -v python3 >/dev/null 2>&1") == 0 ? "python3" : "";
 }
 
-class ScopedTempFolder {
-public:
-    ScopedTempFolder() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "corelib-zip-XXXXXX").string();
-        EXPECT_NE(mkdtemp(pattern.data()), nullptr);
-        m_Folder = pattern;
-    }
-    ~ScopedTempFolder() {
-        std::error_code ignored;
-        std::filesystem::remove_all(m_Folder, ignored);
-    }
-    ScopedTempFolder(const ScopedTempFolder&) = delete;
-    ScopedTempFolder& operator=(const ScopedTempFolder&) = delete;
-    const std::filesystem::path& Folder() const { return m_Folder; }
-
-private:
-    std::filesystem::path m_Folder;
-};
-
 void WriteFile(const std::filesystem::path& path, const Bytes& bytes) {
     std::ofstream out(path, std::ios::binary);
     out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
@@ -270,7 +252,7 @@ TEST_F(CompressInterop, PythonInflatesOursAndWeInflatePythons) {
             << "python3 is not installed: the zlib interoperability check needs Python's zlib module";
     }
     ScopedCapture capture;
-    ScopedTempFolder temp;
+    TempDir temp;
     const std::filesystem::path& folder = temp.Folder();
     struct Input {
         std::string name;

@@ -9,6 +9,7 @@
 #include "CoreLib/PackedFileManager.h"
 #include "CoreLib/platform/File.h"
 #include "tests/support/CoreLibFixture.h"
+#include "tests/support/TempDir.h"
 
 #include <gtest/gtest.h>
 
@@ -185,27 +186,6 @@ inline bool FetchFromPack(PackedFile& pack, const char* name, bool wantMapped, B
     return true;
 }
 
-// A fresh folder under the system's temporary folder, removed with everything in it at the end.
-class ScopedTempFolder {
-public:
-    ScopedTempFolder() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "corelib-pak-XXXXXX").string();
-        EXPECT_NE(mkdtemp(pattern.data()), nullptr);
-        m_Folder = pattern;
-    }
-    ~ScopedTempFolder() {
-        std::error_code ignored;
-        std::filesystem::remove_all(m_Folder, ignored);
-    }
-    ScopedTempFolder(const ScopedTempFolder&) = delete;
-    ScopedTempFolder& operator=(const ScopedTempFolder&) = delete;
-
-    const std::filesystem::path& Folder() const { return m_Folder; }
-
-private:
-    std::filesystem::path m_Folder;
-};
-
 // The library started, a pack manager in place, the string table held open for the test (the
 // manager's own brackets would otherwise close it behind them), the media path in a temporary
 // folder, and the part size limit at its default.
@@ -246,7 +226,7 @@ protected:
 
     PackedFileManager& Manager() { return *Singleton<PackedFileManager>::GetInstance(); }
 
-    ScopedTempFolder m_Temp;
+    TempDir m_Temp;
     std::filesystem::path m_Media;
     bool m_OwnsManager = false;
 };
