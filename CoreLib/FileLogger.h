@@ -28,7 +28,8 @@ public:
 
 private:
     wchar_t* m_FileName;
-    bool m_Flag;
+    // Kept as the host gave it; every line is written the same way whatever it says.
+    [[maybe_unused]] bool m_Flag;
     char m_Line[kLineCapacity];
     FileWriter m_Writer;
 };

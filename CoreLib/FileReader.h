@@ -105,7 +105,8 @@ private:
     const platform::MappedFile* m_MappingHandle = nullptr;
     // The file opened for mapping.
     platform::MappedFile m_FileHandle;
-    TCompressionType m_Compression = CompressionType_None;
+    // Kept as the caller gave it; the reader inflates only what Load's own checks find compressed.
+    [[maybe_unused]] TCompressionType m_Compression = CompressionType_None;
     bool m_FromPackFile = false;
     // The stream is the caller's: Dispose leaves it open.
     bool m_ExternalFile = false;

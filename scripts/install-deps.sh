@@ -21,7 +21,9 @@ packages=(
     # tests, with a comma-decimal locale and an independent zlib
     libgtest-dev libgmock-dev xvfb xdotool libeigen3-dev locales python3 libxml2-utils
     # benchmarks and the peers they are measured against (allocators, hash sets)
-    libbenchmark-dev libjemalloc-dev libmimalloc-dev libabsl-dev
+    libbenchmark-dev libjemalloc-dev libmimalloc-dev libabsl-dev libphysfs-dev libzip-dev
+    # the coverage-guided fuzzer of the pack reader
+    clang libclang-rt-dev
     # formatting of the sources
     clang-format
 )
