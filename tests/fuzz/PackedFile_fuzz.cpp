@@ -4,12 +4,12 @@
 #include "CoreLib/CoreLib.h"
 #include "CoreLib/platform/File.h"
 
+#include <unistd.h>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
-#include <unistd.h>
 
 namespace {
 
