@@ -188,26 +188,6 @@ void PackedFile::ClearFileReaders() {
     m_FileReaders.RemoveAll();
 }
 
-unsigned int PackedFile::GetHashValue(const char* text) {
-    return GetHashValue(text, 0xFFFFFFFF);
-}
-
-unsigned int PackedFile::GetHashValue(const char* text, unsigned int length) {
-    if (text == nullptr) {
-        return 0;
-    }
-    unsigned int hash = 0;
-    for (unsigned int index = 0; index < length && text[index] != '\0'; ++index) {
-        // The character is sign-extended, and only ASCII letters fold: bytes above 0x7F stay negative.
-        int character = static_cast<signed char>(text[index]);
-        if (character >= 'A' && character <= 'Z') {
-            character += 'a' - 'A';
-        }
-        hash = hash * 33 + static_cast<unsigned int>(character);
-    }
-    return hash;
-}
-
 PackedFileEntry* PackedFile::GetFileEntry(const char* name) {
     CSLock lock(&m_CS);
     return m_TOC->FindEntry(name);
@@ -229,7 +209,10 @@ bool PackedFile::ContainsDirectory(const Path& path) {
 
 unsigned int PackedFile::GetFileSize(const char* name) {
     CSLock lock(&m_CS);
-    PackedFileEntry* entry = GetFileEntry(name);
+    return GetEntrySize(GetFileEntry(name));
+}
+
+unsigned int PackedFile::GetEntrySize(const PackedFileEntry* entry) {
     if (entry == nullptr) {
         return 0;
     }
@@ -678,11 +661,10 @@ bool PackedFile::InflateEntry(char* stored, const PackedFileEntry& entry, char*&
     return true;
 }
 
-bool PackedFile::GetFileData(const char* name, bool& mapped, char*& base, unsigned int& size,
-                             unsigned int& offset, unsigned int& viewSize) {
-    CSLock lock(&m_CS);
+bool PackedFile::BeginGetFileData(bool& mapped, char*& base, unsigned int& size, unsigned int& offset,
+                                  unsigned int& viewSize) {
     if (m_WriteMode) {
-        ZN_REPORT("PackedFile: Called GetFileData while in write mode.");
+        ZN_REPORT_AS("zn::PackedFile::GetFileData", "PackedFile: Called GetFileData while in write mode.");
         return false;
     }
     if (m_Header == nullptr || m_Header->m_AllowMemoryMapping == 0) {
@@ -692,7 +674,29 @@ bool PackedFile::GetFileData(const char* name, bool& mapped, char*& base, unsign
     viewSize = 0;
     base = nullptr;
     size = 0;
-    PackedFileEntry* entry = GetFileEntry(name);
+    return true;
+}
+
+bool PackedFile::GetFileData(const char* name, bool& mapped, char*& base, unsigned int& size,
+                             unsigned int& offset, unsigned int& viewSize) {
+    CSLock lock(&m_CS);
+    if (!BeginGetFileData(mapped, base, size, offset, viewSize)) {
+        return false;
+    }
+    return GetEntryData(GetFileEntry(name), mapped, base, size, offset, viewSize);
+}
+
+bool PackedFile::GetFileData(const FileTrieNode* node, bool& mapped, char*& base, unsigned int& size,
+                             unsigned int& offset, unsigned int& viewSize) {
+    CSLock lock(&m_CS);
+    if (!BeginGetFileData(mapped, base, size, offset, viewSize)) {
+        return false;
+    }
+    return GetEntryData(node != nullptr ? node->GetData() : nullptr, mapped, base, size, offset, viewSize);
+}
+
+bool PackedFile::GetEntryData(const PackedFileEntry* entry, bool& mapped, char*& base, unsigned int& size,
+                              unsigned int& offset, unsigned int& viewSize) {
     if (entry == nullptr) {
         return false;
     }

@@ -17,6 +17,7 @@
 namespace zn {
 
 class FileReaderPacked;
+class FileTrieNode;
 class FileWriter;
 class PackedFile_TOC;
 struct PackedFileEntry;
@@ -113,12 +114,18 @@ public:
     // bytes and LargeBlockMalloc from there on). Compressed files always come as a block.
     bool GetFileData(const char* name, bool& mapped, char*& base, unsigned int& size, unsigned int& offset,
                      unsigned int& viewSize);
+    // As above for a node of this pack's own table, found by the caller under the pack's lock: the
+    // manager's lookups, which make their keys without interning them.
+    bool GetFileData(const FileTrieNode* node, bool& mapped, char*& base, unsigned int& size,
+                     unsigned int& offset, unsigned int& viewSize);
 
     // A file or a directory of that name is in the pack.
     bool ContainsFile(const char* name);
     bool ContainsDirectory(const Path& path);
     // The uncompressed size of a file; 0 for an unknown name or a directory.
     unsigned int GetFileSize(const char* name);
+    // The uncompressed size of an entry; 0 for null.
+    static unsigned int GetEntrySize(const PackedFileEntry* entry);
 
     void CollectFiles(const Path& dir, const STDWString& pattern, bool recursive, ObjectSet<Path>& out);
     void CollectDirectories(const Path& dir, bool recursive, ObjectSet<Path>& out);
@@ -135,9 +142,23 @@ public:
     void SetAllowMemoryMapping(bool allow);
 
     // hash * 33 + tolower(character), characters sign-extended, in 32 bits; 0 for an empty text.
-    static unsigned int GetHashValue(const char* text);
-    // As above over at most length characters.
-    static unsigned int GetHashValue(const char* text, unsigned int length);
+    static unsigned int GetHashValue(const char* text) { return GetHashValue(text, 0xFFFFFFFF); }
+    // As above over at most length characters. Inline: every lookup hashes each component it walks.
+    static unsigned int GetHashValue(const char* text, unsigned int length) {
+        return text != nullptr ? ContinueHashValue(0, text, length) : 0;
+    }
+    // The hash of a text carried on over at most length more characters.
+    static unsigned int ContinueHashValue(unsigned int hash, const char* text, unsigned int length) {
+        for (unsigned int index = 0; index < length && text[index] != '\0'; ++index) {
+            // Sign-extended, and only ASCII letters fold: bytes above 0x7F stay negative.
+            int character = static_cast<signed char>(text[index]);
+            if (character >= 'A' && character <= 'Z') {
+                character += 'a' - 'A';
+            }
+            hash = hash * 33 + static_cast<unsigned int>(character);
+        }
+        return hash;
+    }
 
     // The pack's lock and table, for the manager's lookups made under that lock. The lock is
     // recursive; every public operation takes it.
@@ -151,6 +172,12 @@ private:
 
     void AddRawBuffer(const char* name, const void* data, unsigned int size, unsigned int uncompressedSize);
     PackedFileEntry* GetFileEntry(const char* name);
+    // GetFileData's steps: the write-mode refusal and the outputs' first values; then the bytes of
+    // an entry, none for null.
+    bool BeginGetFileData(bool& mapped, char*& base, unsigned int& size, unsigned int& offset,
+                          unsigned int& viewSize);
+    bool GetEntryData(const PackedFileEntry* entry, bool& mapped, char*& base, unsigned int& size,
+                      unsigned int& offset, unsigned int& viewSize);
     void ClearFileReaders();
 
     // Pads the writer with kPaddingByte up to the next multiple of the chunk size.

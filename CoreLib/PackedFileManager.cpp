@@ -24,14 +24,49 @@ void CollectPackPaths(ObjectSet<Path>& found) {
                              false, true);
 }
 
-// The key of a path in every pack: its text relative to the media root, interned.
-FixedString MakeKey(const Path& path) {
-    GlobalStringTable::RequestTable();
-    FixedString key;
-    path.GetPathComponent(Path::RelativeFilePath, key);
-    GlobalStringTable::ReleaseTable();
-    return key;
-}
+// The key of a path in every pack: its text relative to the media root. A lookup runs for every
+// file a game opens, so a key of plain ASCII, the common case, is made on the stack and never
+// interned; any other is converted and interned. Both are made inside a string-table bracket.
+class PackKey {
+public:
+    explicit PackKey(const Path& path) {
+        GlobalStringTable::RequestTable();
+        const wchar_t* text = nullptr;
+        unsigned int length = 0;
+        path.GetPathComponent(Path::RelativeFilePath, text, length);
+        if (!CopyAscii(text, length)) {
+            path.GetPathComponent(Path::RelativeFilePath, m_Interned);
+            m_Text = m_Interned.ToChar() != nullptr ? m_Interned.ToChar() : "";
+            m_Length = m_Interned.GetLength();
+        }
+        GlobalStringTable::ReleaseTable();
+    }
+
+    FileTrieNode* FindIn(PackedFile* pack) const { return pack->GetTOC()->Find(m_Text, m_Length); }
+
+private:
+    bool CopyAscii(const wchar_t* text, unsigned int length) {
+        if (length >= sizeof(m_Buffer)) {
+            return false;
+        }
+        for (unsigned int index = 0; index < length; ++index) {
+            if (text[index] <= 0 || text[index] >= 0x80) {
+                return false;
+            }
+            m_Buffer[index] = static_cast<char>(text[index]);
+        }
+        m_Buffer[length] = '\0';
+        m_Text = m_Buffer;
+        m_Length = length;
+        return true;
+    }
+
+    // Longer than any name a pack holds, so that the root's text can still be found in it.
+    char m_Buffer[4 * PackedFileEntry::kNameSize];
+    const char* m_Text = "";
+    unsigned int m_Length = 0;
+    FixedString m_Interned;
+};
 
 // Asks one pack's trie, under that pack's lock alone.
 bool PackHasNode(PackedFile* pack, const FixedString& key) {
@@ -111,17 +146,18 @@ void PackedFileManager::LoadPackFile(const Path& path) {
 
 bool PackedFileManager::GetFileData(const Path& path, bool& mapped, char** base, unsigned int& size,
                                     unsigned int& offset, unsigned int& viewSize) {
-    FixedString key = MakeKey(path);
+    PackKey key(path);
     bool wanted = mapped;
     for (unsigned int index = 0; index < m_Packs.GetSize(); ++index) {
         PackedFile* pack = m_Packs[index];
         CSLock lock(&pack->GetCriticalSection());
-        if (pack->GetTOC()->Find(key) == nullptr) {
+        FileTrieNode* node = key.FindIn(pack);
+        if (node == nullptr) {
             continue;
         }
         // Each pack is asked for what the caller wanted, whatever an earlier pack made of it.
         mapped = wanted;
-        if (pack->GetFileData(key.ToChar(), mapped, *base, size, offset, viewSize)) {
+        if (pack->GetFileData(node, mapped, *base, size, offset, viewSize)) {
             return true;
         }
     }
@@ -134,9 +170,11 @@ bool PackedFileManager::GetFileData(const wchar_t* const path, bool& mapped, cha
 }
 
 bool PackedFileManager::DoesFileExist(const Path& path) {
-    FixedString key = MakeKey(path);
+    PackKey key(path);
     for (unsigned int index = 0; index < m_Packs.GetSize(); ++index) {
-        if (PackHasNode(m_Packs[index], key)) {
+        PackedFile* pack = m_Packs[index];
+        CSLock lock(&pack->GetCriticalSection());
+        if (key.FindIn(pack) != nullptr) {
             return true;
         }
     }
@@ -144,12 +182,12 @@ bool PackedFileManager::DoesFileExist(const Path& path) {
 }
 
 unsigned int PackedFileManager::GetFileSize(const Path& path) {
-    FixedString key = MakeKey(path);
+    PackKey key(path);
     for (unsigned int index = 0; index < m_Packs.GetSize(); ++index) {
         PackedFile* pack = m_Packs[index];
         CSLock lock(&pack->GetCriticalSection());
-        if (pack->GetTOC()->Find(key) != nullptr) {
-            return pack->GetFileSize(key.ToChar());
+        if (FileTrieNode* node = key.FindIn(pack)) {
+            return PackedFile::GetEntrySize(node->GetData());
         }
     }
     return 0;

@@ -9,7 +9,6 @@
 #include "CoreLib/Report.h"
 #include "CoreLib/StringHelpers.h"
 
-#include <strings.h>
 #include <cstring>
 
 namespace zn {
@@ -22,6 +21,29 @@ constexpr char kSeparator = '/';
 bool IsRootOutsidePacks(Path::ERoot root) {
     return root == Path::ROOT_APP_USER || root == Path::ROOT_BINARY || root == Path::ROOT_WORKING;
 }
+
+// strncasecmp for names: only ASCII letters fold, as in the hash.
+inline bool SameComponent(const char* name, const char* text, unsigned int length) {
+    for (unsigned int index = 0; index < length; ++index) {
+        unsigned char left = static_cast<unsigned char>(name[index]);
+        unsigned char right = static_cast<unsigned char>(text[index]);
+        if (left != right) {
+            if (left >= 'A' && left <= 'Z') {
+                left = static_cast<unsigned char>(left + ('a' - 'A'));
+            }
+            if (right >= 'A' && right <= 'Z') {
+                right = static_cast<unsigned char>(right + ('a' - 'A'));
+            }
+            if (left != right) {
+                return false;
+            }
+        }
+        if (left == '\0') {
+            return true;
+        }
+    }
+    return true;
+}
 }  // namespace
 
 // ---------------------------------------------------------------------------------------------
@@ -33,6 +55,10 @@ void FileTrieNode::Init(const char* text, unsigned int length, unsigned int hash
                         PackedFile_TOC* owner) {
     m_Name.assign(text, length);
     m_Hash = hash;
+    m_PathHash = hash;
+    if (parent != nullptr && parent->m_Parent != nullptr) {
+        m_PathHash = PackedFile::ContinueHashValue(parent->m_PathHash * 33 + kSeparator, text, length);
+    }
     m_Parent = parent;
     m_Owner = owner;
     m_Data = nullptr;
@@ -42,17 +68,23 @@ void FileTrieNode::ResetPoolElement() {
     Clear();
     m_Name.Empty();
     m_Hash = 0;
+    m_PathHash = 0;
     m_Parent = nullptr;
     m_Owner = nullptr;
     m_Data = nullptr;
 }
 
 FileTrieNode* FileTrieNode::FindChild(const char* text, unsigned int length) const {
-    unsigned int hash = PackedFile::GetHashValue(text, length);
-    for (unsigned int index = 0; index < m_Children.GetSize(); ++index) {
-        FileTrieNode* child = m_Children[index];
+    const unsigned int hash = PackedFile::GetHashValue(text, length);
+    const unsigned int count = m_ChildIndex.GetSize();
+    const ChildRef* children = m_ChildIndex.GetData();
+    for (unsigned int index = 0; index < count; ++index) {
+        if (children[index].m_Hash != hash) {
+            continue;
+        }
+        FileTrieNode* child = children[index].m_Node;
         // Only length characters are compared: the hash already told the longer names apart.
-        if (child->m_Hash == hash && strncasecmp(child->m_Name.ToChar(), text, length) == 0) {
+        if (SameComponent(child->m_Name.ToChar(), text, length)) {
             return child;
         }
     }
@@ -76,6 +108,7 @@ void FileTrieNode::Clear() {
         }
     }
     m_Children.RemoveAll();
+    m_ChildIndex.RemoveAll();
 }
 
 void FileTrieNode::PrependAncestors(STDString& text, bool withRoot) const {
@@ -123,6 +156,7 @@ PackedFile_TOC::~PackedFile_TOC() {
         m_NodePool.ReleaseObject(m_Root);
         m_Root = nullptr;
     }
+    ClearIndex();
     FreeEntries();
 }
 
@@ -130,14 +164,14 @@ FileTrieNode* PackedFile_TOC::NewNode(const char* text, unsigned int length, Fil
     FileTrieNode* node = m_NodePool.GetFreeObject();
     if (node != nullptr) {
         node->Init(text, length, PackedFile::GetHashValue(text, length), parent, this);
+        if (parent != nullptr) {
+            IndexNode(node);
+        }
     }
     return node;
 }
 
-void PackedFile_TOC::PrepareKey(const FixedString& key) {
-    m_Scratch.Reset();
-    const char* keyText = key.ToChar() != nullptr ? key.ToChar() : "";
-    unsigned int keyLength = key.GetLength();
+unsigned int PackedFile_TOC::KeyStart(const char* keyText, unsigned int keyLength) const {
     const STDString& rootName = m_Root->GetName();
     // A path's interned text holds the media root; a stored name does not. Both land on the same
     // nodes once the root and its separator are skipped.
@@ -146,13 +180,17 @@ void PackedFile_TOC::PrepareKey(const FixedString& key) {
         !rootName.IsEmpty() && keyLength > 0 && std::strstr(keyText, rootName.ToChar()) != nullptr;
     if (isRoot || holdsRoot) {
         unsigned int skipped = rootName.Length() + 1;
-        if (skipped >= keyLength) {
-            return;
-        }
-        m_Scratch.Concatenate(keyText + skipped, keyLength - skipped);
-        return;
+        return skipped < keyLength ? skipped : keyLength;
     }
-    m_Scratch.Concatenate(keyText, keyLength);
+    return 0;
+}
+
+void PackedFile_TOC::PrepareKey(const char* keyText, unsigned int keyLength) {
+    m_Scratch.Reset();
+    unsigned int start = KeyStart(keyText, keyLength);
+    if (start < keyLength) {
+        m_Scratch.Concatenate(keyText + start, keyLength - start);
+    }
 }
 
 FileTrieNode* PackedFile_TOC::Walk(bool create) {
@@ -188,15 +226,134 @@ FileTrieNode* PackedFile_TOC::Find(const FixedString& key) {
     if (key.IsEmpty()) {
         return nullptr;
     }
-    PrepareKey(key);
+    return Find(key.ToChar(), key.GetLength());
+}
+
+FileTrieNode* PackedFile_TOC::Find(const char* text, unsigned int length) {
+    if (text == nullptr || length == 0) {
+        return nullptr;
+    }
+    unsigned int start = KeyStart(text, length);
+    FileTrieNode* node = nullptr;
+    if (FindIndexed(text + start, length - start, node)) {
+        return node;
+    }
+    PrepareKey(text, length);
     return Walk(false);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Path index
+
+void PackedFile_TOC::IndexNode(FileTrieNode* node) {
+    if ((m_IndexCount + 1) * 2 > m_IndexCapacity) {
+        GrowIndex();
+        if ((m_IndexCount + 1) * 2 > m_IndexCapacity) {
+            return;
+        }
+    }
+    unsigned int mask = m_IndexCapacity - 1;
+    unsigned int slot = node->GetPathHash() & mask;
+    while (m_Index[slot].m_Node != nullptr) {
+        slot = (slot + 1) & mask;
+    }
+    m_Index[slot] = IndexSlot{node->GetPathHash(), node};
+    ++m_IndexCount;
+}
+
+// Doubles the slots and places every node again; a table that cannot grow leaves the index as
+// it was, and IndexNode then leaves the node out, which FindIndexed answers for by walking.
+void PackedFile_TOC::GrowIndex() {
+    unsigned int capacity = m_IndexCapacity == 0 ? 64 : m_IndexCapacity * 2;
+    auto* slots = static_cast<IndexSlot*>(MemoryManager::SizedMalloc(sizeof(IndexSlot) * capacity));
+    if (slots == nullptr) {
+        m_IndexIncomplete = true;
+        return;
+    }
+    std::memset(slots, 0, sizeof(IndexSlot) * capacity);
+    unsigned int mask = capacity - 1;
+    for (unsigned int index = 0; index < m_IndexCapacity; ++index) {
+        if (m_Index[index].m_Node == nullptr) {
+            continue;
+        }
+        unsigned int slot = m_Index[index].m_Hash & mask;
+        while (slots[slot].m_Node != nullptr) {
+            slot = (slot + 1) & mask;
+        }
+        slots[slot] = m_Index[index];
+    }
+    MemoryManager::SizedFree(m_Index, sizeof(IndexSlot) * m_IndexCapacity);
+    m_Index = slots;
+    m_IndexCapacity = capacity;
+}
+
+void PackedFile_TOC::ClearIndex() {
+    MemoryManager::SizedFree(m_Index, sizeof(IndexSlot) * m_IndexCapacity);
+    m_Index = nullptr;
+    m_IndexCapacity = 0;
+    m_IndexCount = 0;
+    m_IndexIncomplete = false;
+}
+
+bool PackedFile_TOC::FindIndexed(const char* text, unsigned int length, FileTrieNode*& node) const {
+    node = nullptr;
+    if (m_IndexIncomplete || length == 0 || text[0] == kSeparator || text[length - 1] == kSeparator) {
+        return false;
+    }
+    // One pass hashes the name as the nodes' path hashes were made and turns away what only the
+    // walk answers: an empty component, or a terminator inside the text.
+    unsigned int hash = 0;
+    for (unsigned int index = 0; index < length; ++index) {
+        char character = text[index];
+        if (character == '\0' || (character == kSeparator && text[index - 1] == kSeparator)) {
+            return false;
+        }
+        hash = PackedFile::ContinueHashValue(hash, &character, 1);
+    }
+    if (m_IndexCapacity == 0) {
+        return true;
+    }
+    unsigned int mask = m_IndexCapacity - 1;
+    for (unsigned int slot = hash & mask; m_Index[slot].m_Node != nullptr; slot = (slot + 1) & mask) {
+        if (m_Index[slot].m_Hash != hash) {
+            continue;
+        }
+        // The candidate's components, from the last, against the text's.
+        FileTrieNode* candidate = m_Index[slot].m_Node;
+        const FileTrieNode* level = candidate;
+        unsigned int end = length;
+        bool consumed = false;
+        while (level->GetParent() != nullptr) {
+            unsigned int start = end;
+            while (start > 0 && text[start - 1] != kSeparator) {
+                --start;
+            }
+            unsigned int componentLength = end - start;
+            if (level->GetName().Length() != componentLength ||
+                !SameComponent(level->GetName().ToChar(), text + start, componentLength)) {
+                break;
+            }
+            level = level->GetParent();
+            if (start == 0) {
+                consumed = true;
+                break;
+            }
+            end = start - 1;
+        }
+        // Every component matched, and the last one matched a child of the root.
+        if (consumed && level->GetParent() == nullptr) {
+            node = candidate;
+            return true;
+        }
+    }
+    return true;
 }
 
 FileTrieNode* PackedFile_TOC::Insert(const FixedString& key, PackedFileEntry* entry) {
     if (key.IsEmpty()) {
         return nullptr;
     }
-    PrepareKey(key);
+    PrepareKey(key.ToChar(), key.GetLength());
     FileTrieNode* node = Walk(true);
     if (node == nullptr || entry == nullptr) {
         return node;
@@ -288,6 +445,7 @@ bool PackedFile_TOC::WriteNode(const FileTrieNode* node, FileWriter* writer) con
 }
 
 void PackedFile_TOC::Clear() {
+    ClearIndex();
     m_Root->Clear();
     m_Root->SetData(nullptr);
     m_Count = 0;

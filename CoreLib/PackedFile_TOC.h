@@ -54,7 +54,10 @@ public:
 
     // The child whose name is length characters of text, ignoring case; null when there is none.
     FileTrieNode* FindChild(const char* text, unsigned int length) const;
-    void AddChild(FileTrieNode* child) { m_Children.Add(child); }
+    void AddChild(FileTrieNode* child) {
+        m_Children.Add(child);
+        m_ChildIndex.Add(ChildRef{child->m_Hash, child});
+    }
     // The first '/' in the length characters of text, or null. A length below 1 is reported and
     // gives null: the text is then the last component.
     static const char* FindChar(const char* text, int length);
@@ -73,6 +76,8 @@ public:
 
     const STDString& GetName() const { return m_Name; }
     unsigned int GetHash() const { return m_Hash; }
+    // The hash of the whole name below the root, components joined by '/', as GetHashValue folds it.
+    unsigned int GetPathHash() const { return m_PathHash; }
     FileTrieNode* GetParent() const { return m_Parent; }
     unsigned int GetChildCount() const { return m_Children.GetSize(); }
     FileTrieNode* GetChild(unsigned int index) const { return m_Children[index]; }
@@ -84,12 +89,20 @@ private:
     STDString m_Name;
     // PackedFile::GetHashValue of m_Name, case-folded.
     uint32_t m_Hash = 0;
+    uint32_t m_PathHash = 0;
     // Null at the root.
     FileTrieNode* m_Parent = nullptr;
     // The owner, and thus the pool.
     PackedFile_TOC* m_Owner = nullptr;
     // In order of first insertion.
     PrimitiveSet<FileTrieNode*> m_Children;
+    // The children again with their hashes, in the same order: a scan reads one compact array, the
+    // pointer beside the hash it matches, and touches no other child.
+    struct ChildRef {
+        uint32_t m_Hash;
+        FileTrieNode* m_Node;
+    };
+    PrimitiveSet<ChildRef> m_ChildIndex;
     // Null for a directory; points into the owner's entry array or into an entry of a pack being
     // written.
     PackedFileEntry* m_Data = nullptr;
@@ -121,6 +134,9 @@ public:
     // The node of a name, file or directory; null when there is none or the key is empty. A key
     // that holds the root's text is taken relative to it.
     FileTrieNode* Find(const FixedString& key);
+    // As above for length characters of a terminated text, which is not interned: the packs'
+    // lookups make their keys on the stack.
+    FileTrieNode* Find(const char* text, unsigned int length);
     // The node of a name, made with its missing directories. A non-null entry becomes the node's
     // data, with a report when it had data already. Null for an empty key.
     FileTrieNode* Insert(const FixedString& key, PackedFileEntry* entry);
@@ -158,12 +174,28 @@ private:
     friend class FileTrieNode;
 
     // Leaves in m_Scratch the part of the key below the root.
-    void PrepareKey(const FixedString& key);
+    void PrepareKey(const char* keyText, unsigned int keyLength);
+    // Where the part of the key below the root starts; keyLength when nothing is below it.
+    unsigned int KeyStart(const char* keyText, unsigned int keyLength) const;
     // Walks m_Scratch from the root; with create, missing nodes are made.
     FileTrieNode* Walk(bool create);
     FileTrieNode* NewNode(const char* text, unsigned int length, FileTrieNode* parent);
     void ReleaseNode(FileTrieNode* node) { m_NodePool.ReleaseObject(node); }
     void FreeEntries();
+
+    // The path index: every node but the root under the hash of its whole name, so that a lookup
+    // of an ordinary name (no empty component) hashes it once, reads one slot and checks one node
+    // against the text, instead of scanning the children of every directory on the way.
+    struct IndexSlot {
+        uint32_t m_Hash;
+        FileTrieNode* m_Node;
+    };
+    void IndexNode(FileTrieNode* node);
+    void GrowIndex();
+    void ClearIndex();
+    // The node of an ordinary name, through the index; false when the name is not ordinary and only
+    // the walk can answer.
+    bool FindIndexed(const char* text, unsigned int length, FileTrieNode*& node) const;
 
     void CollectDirectories(FileTrieNode* node, bool recursive, ObjectSet<Path>& out);
     void CollectFiles(FileTrieNode* node, const char* pattern, bool recursive, ObjectSet<Path>& out);
@@ -179,6 +211,12 @@ private:
     // The records of the last Load, from "GLOBAL".
     PackedFileEntry* m_Entries = nullptr;
     unsigned int m_EntryCount = 0;
+    // Open addressing, a power of two of slots at most half full; null until the first node.
+    IndexSlot* m_Index = nullptr;
+    unsigned int m_IndexCapacity = 0;
+    unsigned int m_IndexCount = 0;
+    // A node was left out when the index could not grow: only the walk answers from then on.
+    bool m_IndexIncomplete = false;
 };
 
 }  // namespace zn

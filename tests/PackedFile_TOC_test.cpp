@@ -7,6 +7,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <map>
+#include <random>
 #include <set>
 #include <string>
 
@@ -258,6 +260,91 @@ TEST_F(PackedFileTocTest, ClearGivesEveryNodeBackToThePool) {
     EXPECT_FALSE(node->HasData());
     EXPECT_EQ(node->GetChildCount(), 0u);
     EXPECT_EQ(std::string(node->GetName().ToChar()), "q");
+}
+
+// Lookups of many names, spelt in random case, with stray separators, prefixes and extensions,
+// against a model of the tree: the node found is the one whose relative name equals the key,
+// ASCII case aside, or none.
+TEST_F(PackedFileTocTest, LookupsAgreeWithAModelOfTheTree) {
+    ScopedCapture capture;
+    PackedFile_TOC toc;
+    std::mt19937 random(20261123);
+    const char* parts[] = {"data", "Mesh", "tex", "a", "b", "set_1", "set_12", "file.znb", "FILE.dds", "x"};
+    std::map<std::string, FileTrieNode*> model;  // lower-case name -> node
+    auto lower = [](std::string text) {
+        for (char& character : text) {
+            if (character >= 'A' && character <= 'Z') {
+                character = static_cast<char>(character + ('a' - 'A'));
+            }
+        }
+        return text;
+    };
+    for (int count = 0; count < 3000; ++count) {
+        std::string name;
+        int depth = 1 + static_cast<int>(random() % 4);
+        for (int level = 0; level < depth; ++level) {
+            name += (level > 0 ? "/" : "") + std::string(parts[random() % 10]) + std::to_string(random() % 7);
+        }
+        FileTrieNode* node = Insert(toc, name);
+        ASSERT_NE(node, nullptr);
+        // The node and every directory above it, under their first spelling.
+        for (FileTrieNode* level = node; level->GetParent() != nullptr; level = level->GetParent()) {
+            std::string key = lower(level->GetRelativeName().ToChar());
+            ASSERT_TRUE(model.emplace(key, level).first->second == level) << key;
+        }
+    }
+    auto respell = [&](const std::string& text) {
+        std::string spelt = text;
+        for (char& character : spelt) {
+            if (random() % 2 == 0 && character >= 'a' && character <= 'z') {
+                character = static_cast<char>(character - ('a' - 'A'));
+            }
+        }
+        return spelt;
+    };
+    int found = 0;
+    for (const auto& [key, node] : model) {
+        ASSERT_EQ(toc.Find(FixedString(respell(key).c_str())), node) << key;
+        // A trailing separator still finds the node; prefixes, extensions and empty components are
+        // other names.
+        ASSERT_EQ(toc.Find(FixedString((respell(key) + "/").c_str())), node) << key;
+        for (std::string other : {key + "z", key.substr(0, key.size() - 1), "/" + key, key + "/q"}) {
+            auto expected = model.find(lower(other));
+            FileTrieNode* wanted = expected != model.end() ? expected->second : nullptr;
+            if (other[0] == '/') {
+                wanted = nullptr;
+            }
+            ASSERT_EQ(toc.Find(FixedString(other.c_str())), wanted) << other;
+        }
+        size_t separator = key.find('/');
+        if (separator != std::string::npos) {
+            std::string doubled = key.substr(0, separator) + "//" + key.substr(separator + 1);
+            ASSERT_EQ(toc.Find(FixedString(doubled.c_str())), nullptr) << doubled;
+        }
+        ++found;
+    }
+    EXPECT_GT(found, 3000);
+    for (const std::string& message : capture.Messages()) {
+        EXPECT_EQ(message, "Data of trie node already set, overwriting!");
+    }
+    // "ab" and "c " hash alike, alone and at the end of a longer name: only the text decides.
+    ASSERT_EQ(PackedFile::GetHashValue("ab"), PackedFile::GetHashValue("c "));
+    FileTrieNode* ab = Insert(toc, "twins/ab");
+    EXPECT_EQ(toc.Find(FixedString("twins/c ")), nullptr);
+    EXPECT_EQ(toc.Find(FixedString("c ")), nullptr);
+    FileTrieNode* spaced = Insert(toc, "twins/c ");
+    EXPECT_NE(spaced, ab);
+    EXPECT_EQ(toc.Find(FixedString("TWINS/AB")), ab);
+    EXPECT_EQ(toc.Find(FixedString("twins/c ")), spaced);
+    EXPECT_EQ(toc.Find(FixedString("ab")), nullptr);
+    // A name one level short or long of a node with the same last components is another name.
+    EXPECT_EQ(toc.Find(FixedString("x/twins/ab")), nullptr);
+
+    // After a clear, nothing is found, and new names are found again.
+    toc.Clear();
+    EXPECT_EQ(toc.Find(FixedString(model.begin()->first.c_str())), nullptr);
+    FileTrieNode* again = Insert(toc, "Data1/Mesh2");
+    EXPECT_EQ(toc.Find(FixedString("data1/MESH2")), again);
 }
 
 }  // namespace
