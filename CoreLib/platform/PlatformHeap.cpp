@@ -642,7 +642,9 @@ ZN_HEAP_HOT BlockHeader* PopCached(FrontCache* cache, uint32_t bin) {
     cache->m_Head[bin] = next;
     // The next pop from this bin reads the link of a block freed longer ago, often out of the
     // processor's cache by now; fetching it meanwhile takes that miss off the next allocation.
-    __builtin_prefetch(LinksOf(next));
+    if (next) {
+        __builtin_prefetch(LinksOf(next));
+    }
     --cache->m_Count[bin];
     return block;
 }
