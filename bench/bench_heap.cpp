@@ -7,6 +7,7 @@
 #include "CoreLib/platform/PlatformHeap.h"
 
 #include <benchmark/benchmark.h>
+#include <dlfcn.h>
 #include <jemalloc/jemalloc.h>
 #include <mimalloc.h>
 #include <unistd.h>
@@ -14,16 +15,13 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <mutex>
 #include <random>
 #include <string>
 #include <thread>
 #include <vector>
-
-extern "C" void* __libc_malloc(size_t);
-extern "C" void __libc_free(void*);
-extern "C" void* __libc_realloc(void*, size_t);
 
 namespace {
 
@@ -68,10 +66,39 @@ struct Tracked {
     static void Free(void* p) { zn::MemObject::operator delete (p, size_t{0}); }
 };
 
+// glibc's own allocator, looked up in libc itself. Linking mimalloc makes it the process's malloc,
+// and it defines __libc_malloc and friends as well, so neither name reaches glibc from here.
+struct GlibcEntryPoints {
+    void* (*m_Malloc)(size_t) = nullptr;
+    void (*m_Free)(void*) = nullptr;
+    void* (*m_Realloc)(void*, size_t) = nullptr;
+
+    GlibcEntryPoints() {
+        void* libc = dlopen("libc.so.6", RTLD_LAZY | RTLD_NOLOAD);
+        if (libc != nullptr) {
+            m_Malloc = reinterpret_cast<void* (*)(size_t)>(dlsym(libc, "malloc"));
+            m_Free = reinterpret_cast<void (*)(void*)>(dlsym(libc, "free"));
+            m_Realloc = reinterpret_cast<void* (*)(void*, size_t)>(dlsym(libc, "realloc"));
+        }
+        Dl_info origin{};
+        if (m_Malloc == nullptr || m_Free == nullptr || m_Realloc == nullptr ||
+            dladdr(reinterpret_cast<void*>(m_Malloc), &origin) == 0 || origin.dli_fname == nullptr ||
+            std::strstr(origin.dli_fname, "libc.so") == nullptr) {
+            std::fprintf(stderr, "bench_heap: glibc's malloc cannot be reached\n");
+            std::abort();
+        }
+    }
+};
+
+const GlibcEntryPoints& GlibcAllocator() {
+    static const GlibcEntryPoints s_EntryPoints;
+    return s_EntryPoints;
+}
+
 struct Glibc {
-    static void* Alloc(size_t size) { return __libc_malloc(size); }
-    static void Free(void* p) { __libc_free(p); }
-    static void* Realloc(void* p, size_t size) { return __libc_realloc(p, size); }
+    static void* Alloc(size_t size) { return GlibcAllocator().m_Malloc(size); }
+    static void Free(void* p) { GlibcAllocator().m_Free(p); }
+    static void* Realloc(void* p, size_t size) { return GlibcAllocator().m_Realloc(p, size); }
 };
 
 struct Jemalloc {

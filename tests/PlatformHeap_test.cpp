@@ -720,6 +720,145 @@ TEST(PlatformHeapWalk, StopsAtTheEndAndStaysStopped) {
     EXPECT_FALSE(HeapWalk(heap.Get(), &foreign));
 }
 
+bool SameEntry(const HeapWalkEntry& left, const HeapWalkEntry& right) {
+    return left.lpData == right.lpData && left.cbData == right.cbData &&
+           left.cbOverhead == right.cbOverhead && left.iRegionIndex == right.iRegionIndex &&
+           left.wFlags == right.wFlags && left.dwCommittedSize == right.dwCommittedSize &&
+           left.dwUnCommittedSize == right.dwUnCommittedSize && left.lpFirstBlock == right.lpFirstBlock &&
+           left.lpLastBlock == right.lpLastBlock;
+}
+
+// Fills a heap past its first region with blocks of mixed small and medium sizes, every third
+// one freed again, so that a walk meets busy, cached and free blocks in several regions.
+std::vector<void*> FillSeveralRegions(PlatformHeap* heap) {
+    std::mt19937 random(77);
+    std::vector<void*> live;
+    for (size_t total = 0; total < 9 * kMiB;) {
+        size_t size = random() % 8 == 0 ? 1000 + random() % 9000 : 1 + random() % 400;
+        void* block = HeapAlloc(heap, 0, size);
+        EXPECT_NE(block, nullptr);
+        total += size;
+        if (random() % 3 == 0) {
+            EXPECT_TRUE(HeapFree(heap, 0, block));
+        } else {
+            live.push_back(block);
+        }
+    }
+    return live;
+}
+
+// Each block entry lies in the region entry before it, with that region's index and in address
+// order behind the block before.
+void ExpectBlocksInTheirRegions(const std::vector<HeapWalkEntry>& entries) {
+    const HeapWalkEntry* region = nullptr;
+    const HeapWalkEntry* previous = nullptr;
+    for (const HeapWalkEntry& entry : entries) {
+        if (entry.wFlags & PROCESS_HEAP_REGION) {
+            region = &entry;
+            previous = nullptr;
+            continue;
+        }
+        ASSERT_NE(region, nullptr);
+        EXPECT_EQ(entry.iRegionIndex, region->iRegionIndex);
+        EXPECT_EQ(entry.lpFirstBlock, region->lpData);
+        EXPECT_EQ(entry.dwCommittedSize, 0u);
+        EXPECT_EQ(entry.lpLastBlock, nullptr);
+        if (entry.wFlags & PROCESS_HEAP_UNCOMMITTED_RANGE) {
+            continue;
+        }
+        EXPECT_GT(entry.lpData, region->lpData);
+        EXPECT_LT(entry.lpData, region->lpLastBlock);
+        if (previous) {
+            EXPECT_LE(static_cast<char*>(previous->lpData) + previous->cbData + kBlockHeaderSize,
+                      entry.lpData);
+        }
+        previous = &entry;
+    }
+}
+
+// Two walks stepping by turns, and walks taken up again from a copy of any earlier entry, see the
+// steps of one walk alone, however the heap serialises its walks.
+TEST(PlatformHeapWalk, InterleavedAndResumedWalksSeeTheSameSteps) {
+    for (uint32_t options : {uint32_t{HEAP_NO_SERIALIZE}, uint32_t{0}}) {
+        ScopedHeap heap(options, 0, 0);
+        std::vector<void*> live = FillSeveralRegions(heap.Get());
+        std::vector<HeapWalkEntry> reference = WalkAll(heap.Get());
+        ASSERT_NO_FATAL_FAILURE(ExpectBlocksInTheirRegions(reference));
+        EXPECT_GE(
+            std::count_if(reference.begin(), reference.end(),
+                          [](const HeapWalkEntry& entry) { return entry.wFlags == PROCESS_HEAP_REGION; }),
+            2);
+        ASSERT_EQ(BusyEntries(reference).size(), live.size());
+
+        // Without the lock, each step of a serialised heap takes it for itself.
+        HeapWalkEntry first{};
+        HeapWalkEntry second{};
+        for (size_t index = 0; index < reference.size(); ++index) {
+            ASSERT_TRUE(HeapWalk(heap.Get(), &first));
+            ASSERT_TRUE(HeapWalk(heap.Get(), &second));
+            ASSERT_TRUE(SameEntry(first, reference[index])) << "step " << index;
+            ASSERT_TRUE(SameEntry(second, reference[index])) << "step " << index;
+        }
+        EXPECT_FALSE(HeapWalk(heap.Get(), &first));
+        EXPECT_FALSE(HeapWalk(heap.Get(), &second));
+
+        ASSERT_TRUE(HeapLock(heap.Get()));
+        for (size_t start = 0; start < reference.size(); start += reference.size() / 7 + 1) {
+            HeapWalkEntry resumed = reference[start];
+            for (size_t index = start + 1; index < std::min(reference.size(), start + 50); ++index) {
+                ASSERT_TRUE(HeapWalk(heap.Get(), &resumed));
+                ASSERT_TRUE(SameEntry(resumed, reference[index])) << "from " << start << " at " << index;
+            }
+        }
+        EXPECT_TRUE(HeapUnlock(heap.Get()));
+    }
+}
+
+TEST(PlatformHeapWalk, ANewWalkSeesBlocksAddedSinceTheLast) {
+    ScopedHeap heap(HEAP_NO_SERIALIZE, 0, 0);
+    std::vector<void*> blocks;
+    // Each round adds enough to commit more of the region; the fourth opens another region.
+    const size_t additions[] = {500, 500, 500, 30'000, 0};
+    for (size_t added : additions) {
+        std::vector<HeapWalkEntry> entries = WalkAll(heap.Get());
+        ASSERT_NO_FATAL_FAILURE(ExpectBlocksInTheirRegions(entries));
+        // Regions come in the order they were made, which need not be address order.
+        std::vector<void*> listed;
+        for (const HeapWalkEntry& entry : BusyEntries(entries)) {
+            EXPECT_EQ(entry.cbData, 200u);
+            listed.push_back(entry.lpData);
+        }
+        std::sort(listed.begin(), listed.end());
+        EXPECT_EQ(listed, blocks);
+        if (added == 0) {
+            EXPECT_GE(
+                std::count_if(entries.begin(), entries.end(),
+                              [](const HeapWalkEntry& entry) { return entry.wFlags == PROCESS_HEAP_REGION; }),
+                2);
+        }
+        for (size_t index = 0; index < added; ++index) {
+            blocks.push_back(HeapAlloc(heap.Get(), 0, 200));
+        }
+        std::sort(blocks.begin(), blocks.end());
+    }
+}
+
+// An entry whose kind says region while its data names the block a walk just reached is not one
+// this heap made.
+TEST(PlatformHeapWalk, ABlockPassedOffAsARegionEndsTheWalk) {
+    ScopedHeap heap(HEAP_NO_SERIALIZE, 0, 0);
+    for (int index = 0; index < 10; ++index) {
+        HeapAlloc(heap.Get(), 0, 100);
+    }
+    HeapWalkEntry entry{};
+    ASSERT_TRUE(HeapWalk(heap.Get(), &entry));
+    ASSERT_TRUE(HeapWalk(heap.Get(), &entry));
+    ASSERT_TRUE(HeapWalk(heap.Get(), &entry));
+    ASSERT_EQ(entry.wFlags, PROCESS_HEAP_ENTRY_BUSY);
+    entry.wFlags = PROCESS_HEAP_REGION;
+    EXPECT_FALSE(HeapWalk(heap.Get(), &entry));
+}
+
 // ---- threads ---------------------------------------------------------------------------------------
 
 // Blocks carry their own address in their first word, so a block freed by another thread proves
@@ -933,21 +1072,31 @@ TEST(PlatformHeapEdge, NullArgumentsFollowWin32) {
 }
 
 TEST(PlatformHeapEdge, ZeroByteBlocksAreDistinctAndAligned) {
-    ScopedHeap heap(0, 0, 0);
-    std::vector<void*> blocks;
-    for (int index = 0; index < 100; ++index) {
-        void* block = HeapAlloc(heap.Get(), 0, 0);
-        ASSERT_NE(block, nullptr);
-        EXPECT_TRUE(IsAligned(block));
-        EXPECT_EQ(HeapSize(heap.Get(), 0, block), 0u);
-        blocks.push_back(block);
+    for (uint32_t options : {uint32_t{0}, uint32_t{HEAP_NO_SERIALIZE}}) {
+        ScopedHeap heap(options, 0, 0);
+        std::vector<void*> blocks;
+        for (int round = 0; round < 2; ++round) {  // the second round takes freed blocks back
+            for (int index = 0; index < 100; ++index) {
+                void* block = HeapAlloc(heap.Get(), 0, 0);
+                ASSERT_NE(block, nullptr);
+                EXPECT_TRUE(IsAligned(block));
+                EXPECT_EQ(HeapSize(heap.Get(), 0, block), 0u);
+                blocks.push_back(block);
+            }
+            std::sort(blocks.begin(), blocks.end());
+            EXPECT_EQ(std::adjacent_find(blocks.begin(), blocks.end()), blocks.end());
+            for (size_t index = 0; index < blocks.size(); index += 2) {
+                EXPECT_TRUE(HeapFree(heap.Get(), 0, blocks[index]));
+                blocks[index] = nullptr;
+            }
+            std::erase(blocks, nullptr);
+        }
+        for (void* block : blocks) {
+            EXPECT_TRUE(HeapFree(heap.Get(), 0, block));
+        }
+        EXPECT_EQ(HeapBytesInUse(heap.Get()), 0u);
+        EXPECT_TRUE(IsValid(heap.Get()));
     }
-    std::sort(blocks.begin(), blocks.end());
-    EXPECT_EQ(std::adjacent_find(blocks.begin(), blocks.end()), blocks.end());
-    for (void* block : blocks) {
-        EXPECT_TRUE(HeapFree(heap.Get(), 0, block));
-    }
-    EXPECT_TRUE(IsValid(heap.Get()));
 }
 
 TEST(PlatformHeapEdge, ZeroMemoryZeroesReusedBlocks) {
@@ -978,31 +1127,84 @@ TEST(PlatformHeapEdge, HugeRequestsFailWithoutHarm) {
     EXPECT_EQ(HeapCreate(0, 0, SIZE_MAX), nullptr);
 }
 
-TEST(PlatformHeapEdge, FreeRejectsForeignMisalignedAndFreedPointers) {
-    ScopedHeap heap(0, 0, 0);
+// The walk and the bytes in use of a heap, to show that a call changed nothing.
+struct HeapState {
+    explicit HeapState(PlatformHeap* heap) : m_Entries(WalkAll(heap)), m_BytesInUse(HeapBytesInUse(heap)) {}
+
+    bool operator==(const HeapState& other) const {
+        return m_BytesInUse == other.m_BytesInUse && m_Entries.size() == other.m_Entries.size() &&
+               std::equal(m_Entries.begin(), m_Entries.end(), other.m_Entries.begin(), SameEntry);
+    }
+
+    std::vector<HeapWalkEntry> m_Entries;
+    size_t m_BytesInUse;
+};
+
+void ExpectFreeRejects(PlatformHeap* heap) {
     ScopedHeap other(0, 0, 0);
-    auto* small = static_cast<char*>(HeapAlloc(heap.Get(), 0, 64));
-    auto* medium = static_cast<char*>(HeapAlloc(heap.Get(), 0, 5000));
-    auto* neighbour = static_cast<char*>(HeapAlloc(heap.Get(), 0, 5000));
-    auto* large = static_cast<char*>(HeapAlloc(heap.Get(), 0, kMiB));
+    size_t before = HeapBytesInUse(heap);
+    auto* small = static_cast<char*>(HeapAlloc(heap, 0, 64));
+    auto* medium = static_cast<char*>(HeapAlloc(heap, 0, 5000));
+    auto* neighbour = static_cast<char*>(HeapAlloc(heap, 0, 5000));
+    auto* large = static_cast<char*>(HeapAlloc(heap, 0, kMiB));
     void* foreign = HeapAlloc(other.Get(), 0, 64);
     int onStack = 0;
-    EXPECT_FALSE(HeapFree(heap.Get(), 0, foreign));
-    EXPECT_FALSE(HeapFree(heap.Get(), 0, &onStack));
-    EXPECT_FALSE(HeapFree(heap.Get(), 0, small + 8));
-    EXPECT_FALSE(HeapFree(heap.Get(), 0, small + 16));
-    EXPECT_FALSE(HeapFree(heap.Get(), 0, large + 4096));
-    EXPECT_TRUE(HeapFree(heap.Get(), 0, small));
-    EXPECT_FALSE(HeapFree(heap.Get(), 0, small)) << "a cached block was freed twice";
-    EXPECT_TRUE(HeapFree(heap.Get(), 0, neighbour));
-    EXPECT_TRUE(HeapFree(heap.Get(), 0, medium));
-    EXPECT_FALSE(HeapFree(heap.Get(), 0, neighbour)) << "a merged block was freed twice";
-    EXPECT_EQ(HeapSize(heap.Get(), 0, foreign), SIZE_MAX);
-    EXPECT_EQ(HeapReAlloc(heap.Get(), 0, foreign, 100), nullptr);
-    EXPECT_TRUE(IsValid(heap.Get()));
+    HeapState untouched(heap);
+    EXPECT_FALSE(HeapFree(heap, 0, foreign));
+    EXPECT_FALSE(HeapFree(heap, 0, &onStack));
+    EXPECT_FALSE(HeapFree(heap, 0, small + 8));
+    EXPECT_FALSE(HeapFree(heap, 0, small + 16));
+    EXPECT_FALSE(HeapFree(heap, 0, medium + 32));
+    EXPECT_FALSE(HeapFree(heap, 0, large + 4096));
+    EXPECT_TRUE(HeapState(heap) == untouched) << "a rejected pointer changed the heap";
+    EXPECT_TRUE(HeapFree(heap, 0, small));
+    HeapState cachedOnce(heap);
+    EXPECT_FALSE(HeapFree(heap, 0, small)) << "a cached block was freed twice";
+    EXPECT_TRUE(HeapState(heap) == cachedOnce);
+    EXPECT_TRUE(HeapFree(heap, 0, neighbour));
+    EXPECT_TRUE(HeapFree(heap, 0, medium));
+    EXPECT_FALSE(HeapFree(heap, 0, neighbour)) << "a merged block was freed twice";
+    EXPECT_TRUE(HeapFree(heap, 0, large));
+    EXPECT_FALSE(HeapFree(heap, 0, large)) << "a large block was freed twice";
+    EXPECT_EQ(HeapSize(heap, 0, foreign), SIZE_MAX);
+    EXPECT_EQ(HeapReAlloc(heap, 0, foreign, 100), nullptr);
+    EXPECT_TRUE(IsValid(heap));
     EXPECT_TRUE(IsValid(other.Get()));
     EXPECT_EQ(HeapSize(other.Get(), 0, foreign), 64u);
-    EXPECT_EQ(HeapBytesInUse(heap.Get()), kMiB);
+    EXPECT_EQ(HeapBytesInUse(heap), before);
+}
+
+TEST(PlatformHeapEdge, FreeRejectsForeignMisalignedAndFreedPointers) {
+    ScopedHeap serialised(0, 0, 0);
+    ScopedHeap unserialised(HEAP_NO_SERIALIZE, 0, 0);
+    for (PlatformHeap* heap : {serialised.Get(), unserialised.Get(), GetProcessHeap()}) {
+        SCOPED_TRACE(heap == GetProcessHeap()   ? "process heap"
+                     : heap == serialised.Get() ? "serialised"
+                                                : "unserialised");
+        ExpectFreeRejects(heap);
+    }
+}
+
+// Blocks of one size freed past what their cache bin holds go back to the index; each is still
+// given back only once.
+TEST(PlatformHeapEdge, BlocksFreedPastAFullCacheAreRejectedTheSecondTime) {
+    for (uint32_t options : {uint32_t{0}, uint32_t{HEAP_NO_SERIALIZE}}) {
+        ScopedHeap heap(options, 0, 0);
+        std::vector<void*> blocks;
+        for (int index = 0; index < 5000; ++index) {
+            blocks.push_back(HeapAlloc(heap.Get(), 0, 64));
+        }
+        for (void* block : blocks) {
+            ASSERT_TRUE(HeapFree(heap.Get(), 0, block));
+            ASSERT_FALSE(HeapFree(heap.Get(), 0, block));
+        }
+        for (void* block : blocks) {
+            ASSERT_FALSE(HeapFree(heap.Get(), 0, block));
+            ASSERT_EQ(HeapSize(heap.Get(), 0, block), SIZE_MAX);
+        }
+        EXPECT_EQ(HeapBytesInUse(heap.Get()), 0u);
+        EXPECT_TRUE(IsValid(heap.Get()));
+    }
 }
 
 TEST(PlatformHeapEdge, UnlockWithoutLockFailsAndLockIsRecursive) {

@@ -15,7 +15,9 @@
 
 #include <algorithm>
 #include <atomic>
+#include <bit>
 #include <chrono>
+#include <cstddef>
 #include <cstring>
 #include <new>
 #include <type_traits>
@@ -67,6 +69,7 @@ constexpr uint32_t kFlShift = 7;  // log2(kLinearLimit) - 1: first level 1 start
 constexpr size_t kMaxRegionSize = size_t{1} << 30;
 constexpr uint32_t kFlCount = 30 - kFlShift;  // every block of a region is below 2^30
 constexpr uint32_t kClassScanLimit = 16;
+constexpr uint32_t kOwnClassScanLimit = 4;
 
 constexpr size_t kLargeThreshold = 256 * 1024;
 constexpr size_t kMaxRequest = size_t{1} << 46;  // beyond any mapping; keeps size arithmetic exact
@@ -113,6 +116,10 @@ constexpr uint32_t kListedCachedMark = 0xCAC4ED01;  // a cached block seen in a 
 constexpr size_t kLargeHeaderOffset = 64;           // the region header in front of a large block
 constexpr size_t kLargeUserOffset = kLargeHeaderOffset + kHeaderSize;
 constexpr size_t kMinCommitStep = 64 * 1024;
+// A region commits a sixteenth more at a time. Growth is where the caches give their blocks back
+// (TakeBlock), so the committed space not yet handed out must stay small: while the caches hold
+// their blocks, a large tail would be cut into, and its pages touched, instead.
+constexpr size_t kCommitStepDivisor = 16;
 constexpr size_t kFirstRegionReserve = size_t{4} << 20;
 constexpr size_t kProcessHeapRegionReserve = size_t{16} << 20;
 constexpr size_t kMaxGrowRegionReserve = size_t{256} << 20;
@@ -149,9 +156,39 @@ struct ListIndex {
     uint32_t m_Sl;
 };
 
+struct BinCapacities {
+    uint16_t m_Blocks[kBinCount];
+};
+
+constexpr BinCapacities MakeBinCapacities() {
+    BinCapacities capacities{};
+    for (uint32_t bin = 0; bin < kBinCount; ++bin) {
+        uint32_t blocks = kBinBytes / ((bin + 2) * kAlignment);
+        capacities.m_Blocks[bin] =
+            static_cast<uint16_t>(std::clamp(blocks, kMinBinCapacity, kMaxBinCapacity));
+    }
+    return capacities;
+}
+
+constexpr BinCapacities kBinCapacities = MakeBinCapacities();
+
+inline uint32_t BinCapacity(uint32_t bin) {
+    return kBinCapacities.m_Blocks[bin];
+}
+
 struct FrontCache {
+    constexpr FrontCache() {
+        for (uint32_t bin = 0; bin < kBinCount; ++bin) {
+            m_Room[bin] = kBinCapacities.m_Blocks[bin];
+        }
+    }
+
+    uint32_t Count(uint32_t bin) const { return BinCapacity(bin) - m_Room[bin]; }
+
     BlockHeader* m_Head[kBinCount] = {};
-    uint16_t m_Count[kBinCount] = {};
+    // Blocks each bin may still take, its capacity less its count: the free path tests it against
+    // zero rather than look up a capacity and compare.
+    uint16_t m_Room[kBinCount];
 };
 
 // The heap-wide medium cache, guarded like the free index. It lives in a page of its own, mapped
@@ -269,6 +306,14 @@ struct PlatformHeap {
     uint8_t m_NextRegionIndex = 0;
     // Everything below is guarded by m_Lock, or by the caller on an unserialised heap.
     HeapMutex m_Lock;
+    // The walk's cursor: the data of the normal block the last step handed out (the heap itself, which
+    // no entry ever names, when there is none), the block after it, their region and its end tag. A
+    // step from the entry the cursor names needs no checks of the entry, the heap being unchanged
+    // since, nor a second look at the block's header: it goes straight to the next one.
+    const void* m_WalkData = this;
+    BlockHeader* m_WalkNext = nullptr;
+    BlockHeader* m_WalkEnd = nullptr;
+    Region* m_WalkRegion = nullptr;
     size_t m_ReservedTotal = 0;
     Region* m_HomeRegion = nullptr;
     Region* m_FirstRegion = nullptr;
@@ -284,9 +329,12 @@ struct PlatformHeap {
     Region* m_SpareLarge[kSpareCount] = {};  // freed large mappings kept for reuse, unlinked
     uint32_t m_QuiesceDepth = 0;
     const char* m_ValidationError = nullptr;
-    // Written under m_Lock, read without it: HeapFree's first cheap ownership test.
-    std::atomic<uintptr_t> m_LowAddress{UINTPTR_MAX};
-    std::atomic<uintptr_t> m_HighAddress{0};
+    // Written under m_Lock, read without it: HeapFree's first cheap ownership test, an address less
+    // m_LowAddress below m_AddressSpan. The span is stored first and the low bound with release,
+    // so a reader that sees a new low bound sees the span that goes with it, and one that sees the
+    // old bound sees a span at least as wide as before.
+    std::atomic<uintptr_t> m_LowAddress{0};
+    std::atomic<uintptr_t> m_AddressSpan{0};
     // Set by a whole-heap lock holder; thread caches stay closed while it is.
     std::atomic<uint32_t> m_Quiescing{0};
 };
@@ -427,26 +475,60 @@ inline bool IsInUse(const BlockHeader* block) {
     return (FlagsOf(block) & kBusy) && !IsCached(block);
 }
 
+// A busy block with a cache bin has the size word kSmallBusyBase plus its bin times kAlignment:
+// less kSmallBusyBase, no bit of it lies outside kSmallBusyMask, while one of every other size
+// word does (a free, large or medium block, an end tag, stray flags). So the common free knows its
+// block with one test.
+constexpr uint32_t kSmallBusyBase = kMinBlockSize | kBusy;
+constexpr uint32_t kSmallBusyMask = kMaxCachedBlock - kMinBlockSize;
+static_assert(((kSmallBusyMask + kAlignment) & (kSmallBusyMask + kAlignment - 1)) == 0 &&
+                  kSmallBusyMask / kAlignment + 1 == kBinCount,
+              "the bins' size words must fill the mask's bits exactly");
+
+inline uint32_t SmallBusyOffset(uint32_t sizeFlags) {
+    return sizeFlags - kSmallBusyBase;
+}
+
+inline bool IsSmallBusy(uint32_t offset) {
+    return (offset & ~kSmallBusyMask) == 0;
+}
+
+inline bool IsInSpan(const PlatformHeap* heap, uintptr_t address) {
+    uintptr_t low = heap->m_LowAddress.load(std::memory_order_acquire);
+    return address - low < heap->m_AddressSpan.load(std::memory_order_relaxed);
+}
+
+// OwnedBusyBlock's tests for the blocks the one test leaves: the busy flag, then a large block's
+// region header, or any other block's size, which an end tag lacks.
+inline bool IsOtherBusyBlock(const PlatformHeap* heap, BlockHeader* block, uint32_t word) {
+    if (!(word & kBusy)) {
+        return false;
+    }
+    if (word & kLarge) {
+        Region* region = LargeRegionOf(block);
+        return region->m_Magic == kRegionMagic && region->m_Heap == heap;
+    }
+    return word >= kMinBlockSize;  // end tags have size 0
+}
+
 // A block handed out by this heap and not yet given back, or null; *sizeFlags gets its size word,
 // so the free path reads each header word once.
 ZN_HEAP_HOT BlockHeader* OwnedBusyBlock(const PlatformHeap* heap, const void* user, uint32_t* sizeFlags) {
     uintptr_t address = reinterpret_cast<uintptr_t>(user);
-    uintptr_t low = heap->m_LowAddress.load(std::memory_order_relaxed);
-    if (address % kAlignment != 0 ||
-        address - low >= heap->m_HighAddress.load(std::memory_order_relaxed) - low) {
+    if (address % kAlignment != 0 || !IsInSpan(heap, address)) {
         return nullptr;
     }
     BlockHeader* block = HeaderOf(user);
     uint32_t word = Peek(&block->m_SizeFlags);
     *sizeFlags = word;
-    if (!(word & kBusy) || Peek(&block->m_Check) != CheckWord(heap, block) || IsCached(block)) {
+    // A free block or an end tag has a zero check word, which may match; its size word then fails it.
+    if (Peek(&block->m_Check) != CheckWord(heap, block) || IsCached(block)) {
         return nullptr;
     }
-    if (__builtin_expect(word & kLarge, 0)) {
-        Region* region = LargeRegionOf(block);
-        return region->m_Magic == kRegionMagic && region->m_Heap == heap ? block : nullptr;
+    if (__builtin_expect(IsSmallBusy(SmallBusyOffset(word)), 1) || IsOtherBusyBlock(heap, block, word)) {
+        return block;
     }
-    return word >= kMinBlockSize ? block : nullptr;  // end tags have size 0
+    return nullptr;
 }
 
 ZN_HEAP_HOT BlockHeader* OwnedBusyBlock(const PlatformHeap* heap, const void* user) {
@@ -508,14 +590,14 @@ void RemoveFree(PlatformHeap* heap, BlockHeader* block) {
 }
 
 // The class that holds `size` itself may have a block that fits although the class is not
-// guaranteed to; a short look there keeps a nearly full small heap usable.
-BlockHeader* ScanClassOf(PlatformHeap* heap, uint32_t size) {
+// guaranteed to: a look at the first `limit` blocks there.
+BlockHeader* ScanClassOf(PlatformHeap* heap, uint32_t size, uint32_t limit) {
     ListIndex index = IndexOf(size);
     if (index.m_Fl >= kFlCount) {
         return nullptr;
     }
     BlockHeader* block = heap->m_FreeLists[index.m_Fl][index.m_Sl];
-    for (uint32_t seen = 0; block && seen < kClassScanLimit; ++seen) {
+    for (uint32_t seen = 0; block && seen < limit; ++seen) {
         if (SizeOf(block) >= size) {
             return block;
         }
@@ -524,7 +606,17 @@ BlockHeader* ScanClassOf(PlatformHeap* heap, uint32_t size) {
     return nullptr;
 }
 
+// A free block of at least `size` bytes. A fit among the first few of size's own class comes first:
+// passing it over for a block of a class above, which then has to be split, is what fragments a
+// long-running heap (classes of 256 bytes and up span sizes; those below hold one size each). Then
+// the smallest class whose blocks all fit, through the bitmaps; last, a longer look in the own
+// class, which keeps a nearly full small heap usable.
 BlockHeader* FindFree(PlatformHeap* heap, uint32_t size) {
+    if (size >= kLinearLimit) {
+        if (BlockHeader* block = ScanClassOf(heap, size, kOwnClassScanLimit)) {
+            return block;
+        }
+    }
     ListIndex index = IndexOf(ClassRoundUp(size));
     if (index.m_Fl < kFlCount) {
         uint32_t fl = index.m_Fl;
@@ -540,7 +632,7 @@ BlockHeader* FindFree(PlatformHeap* heap, uint32_t size) {
             return heap->m_FreeLists[fl][__builtin_ctz(slMap)];
         }
     }
-    return ScanClassOf(heap, size);
+    return ScanClassOf(heap, size, kClassScanLimit);
 }
 
 // ---- splitting and merging ---------------------------------------------------------------------
@@ -600,27 +692,6 @@ BlockHeader* TakeFromIndex(PlatformHeap* heap, uint32_t need) {
 
 // ---- front caches ------------------------------------------------------------------------------
 
-struct BinCapacities {
-    uint16_t m_Blocks[kBinCount];
-};
-
-constexpr BinCapacities MakeBinCapacities() {
-    BinCapacities capacities{};
-    for (uint32_t bin = 0; bin < kBinCount; ++bin) {
-        uint32_t blocks = kBinBytes / ((bin + 2) * kAlignment);
-        capacities.m_Blocks[bin] =
-            static_cast<uint16_t>(std::clamp(blocks, kMinBinCapacity, kMaxBinCapacity));
-    }
-    return capacities;
-}
-
-// A table: the free path must not pay for a division.
-constexpr BinCapacities kBinCapacities = MakeBinCapacities();
-
-inline uint32_t BinCapacity(uint32_t bin) {
-    return kBinCapacities.m_Blocks[bin];
-}
-
 // Blocks one refill cuts for a bin: enough to amortise the search, few enough to stay one run.
 inline uint32_t RefillCount(uint32_t bin) {
     return std::clamp(BinCapacity(bin) / 8, 4u, 32u);
@@ -630,10 +701,10 @@ ZN_HEAP_HOT void PushCached(FrontCache* cache, BlockHeader* block, uint32_t bin)
     Poke(&block->m_Requested, kCachedMark);
     Poke(&LinksOf(block)->m_Next, cache->m_Head[bin]);
     cache->m_Head[bin] = block;
-    ++cache->m_Count[bin];
+    --cache->m_Room[bin];
 }
 
-ZN_HEAP_HOT BlockHeader* PopCached(FrontCache* cache, uint32_t bin) {
+ZN_HEAP_HOT BlockHeader* PopCached(FrontCache* cache, size_t bin) {
     BlockHeader* block = cache->m_Head[bin];
     if (!block) {
         return nullptr;
@@ -645,7 +716,7 @@ ZN_HEAP_HOT BlockHeader* PopCached(FrontCache* cache, uint32_t bin) {
     if (next) {
         __builtin_prefetch(LinksOf(next));
     }
-    --cache->m_Count[bin];
+    ++cache->m_Room[bin];
     return block;
 }
 
@@ -663,15 +734,15 @@ void FlushBin(PlatformHeap* heap, FrontCache* cache, uint32_t bin, uint32_t coun
 bool FlushCache(PlatformHeap* heap, FrontCache* cache) {
     bool any = false;
     for (uint32_t bin = 0; cache && bin < kBinCount; ++bin) {
-        any = any || cache->m_Count[bin] > 0;
-        FlushBin(heap, cache, bin, cache->m_Count[bin]);
+        any = any || cache->Count(bin) > 0;
+        FlushBin(heap, cache, bin, cache->Count(bin));
     }
     return any;
 }
 
 void CacheOrRelease(PlatformHeap* heap, FrontCache* cache, BlockHeader* block) {
     uint32_t size = SizeOf(block);
-    if (size <= kMaxCachedBlock && cache->m_Count[BinOf(size)] < BinCapacity(BinOf(size))) {
+    if (size <= kMaxCachedBlock && cache->m_Room[BinOf(size)] > 0) {
         PushCached(cache, block, BinOf(size));
     } else {
         ReleaseBlock(heap, block);
@@ -712,7 +783,7 @@ bool Uncache(FrontCache* cache, BlockHeader* block) {
             } else {
                 cache->m_Head[bin] = next;
             }
-            --cache->m_Count[bin];
+            ++cache->m_Room[bin];
             return true;
         }
     }
@@ -862,14 +933,14 @@ bool FlushMedium(PlatformHeap* heap) {
 void WidenBounds(PlatformHeap* heap, const Region* region) {
     uintptr_t low = reinterpret_cast<uintptr_t>(region);
     uintptr_t high = low + region->m_Reserved;
-    // Raise the high bound first: a reader between the stores then sees a wider span, never a
-    // wrapped one (the test computes address - low < high - low).
-    if (high > heap->m_HighAddress.load(std::memory_order_relaxed)) {
-        heap->m_HighAddress.store(high, std::memory_order_relaxed);
+    uintptr_t oldLow = heap->m_LowAddress.load(std::memory_order_relaxed);
+    uintptr_t oldSpan = heap->m_AddressSpan.load(std::memory_order_relaxed);
+    if (oldSpan != 0) {
+        low = std::min(low, oldLow);
+        high = std::max(high, oldLow + oldSpan);
     }
-    if (low < heap->m_LowAddress.load(std::memory_order_relaxed)) {
-        heap->m_LowAddress.store(low, std::memory_order_relaxed);
-    }
+    heap->m_AddressSpan.store(high - low, std::memory_order_relaxed);
+    heap->m_LowAddress.store(low, std::memory_order_release);
 }
 
 void LinkRegion(PlatformHeap* heap, Region* region) {
@@ -937,8 +1008,9 @@ size_t MinCommit(size_t headBytes) {
 bool CommitMore(PlatformHeap* heap, Region* region, uint32_t need) {
     size_t wanted = ClassRoundUp(need);
     size_t room = region->m_Reserved - region->m_Committed;
-    size_t step =
-        std::min(room, RoundUp(std::max({wanted, kMinCommitStep, region->m_Committed / 4}), PageSize()));
+    size_t step = std::min(
+        room,
+        RoundUp(std::max({wanted, kMinCommitStep, region->m_Committed / kCommitStepDivisor}), PageSize()));
     if (step < wanted) {
         return false;
     }
@@ -990,7 +1062,7 @@ bool Grow(PlatformHeap* heap, uint32_t need) {
 size_t CachedBytes(const FrontCache* cache) {
     size_t bytes = 0;
     for (uint32_t bin = 0; cache && bin < kBinCount; ++bin) {
-        bytes += size_t{cache->m_Count[bin]} * (bin + 2) * kAlignment;
+        bytes += size_t{cache->Count(bin)} * (bin + 2) * kAlignment;
     }
     return bytes;
 }
@@ -1171,24 +1243,36 @@ ZN_HEAP_HOT void* HandOut(BlockHeader* block, size_t bytes, uint32_t flags) {
     return Deliver(block, bytes, flags);
 }
 
-// A request of at most kMaxCachedRequest bytes served from a cache bin; null when the bin is empty.
-ZN_HEAP_HOT void* AllocCached(FrontCache* cache, uint32_t flags, size_t bytes) {
-    BlockHeader* block = PopCached(cache, BinOf(BlockSizeFor(bytes)));
+// Requests of 1 to kMaxCachedRequest bytes, the ones with a cache bin: (bytes - 1) / kAlignment is
+// their bin, and one unsigned test picks them out. A request of 0 bytes takes the miss path.
+static_assert(kBinCount * kAlignment == kMaxCachedRequest);
+
+inline bool IsCachedRequest(size_t bytes) {
+    return bytes - 1 < kMaxCachedRequest;
+}
+
+inline size_t RequestBin(size_t bytes) {
+    return (bytes - 1) / kAlignment;
+}
+
+// A request served from cache bin `bin`, its own; null when the bin is empty.
+ZN_HEAP_HOT void* AllocCached(FrontCache* cache, uint32_t flags, size_t bytes, size_t bin) {
+    BlockHeader* block = PopCached(cache, bin);
     return block ? HandOut(block, bytes, flags) : nullptr;
 }
 
-// Parks a freed block in a cache bin; false when it is not small or the bin is full. sizeFlags is
-// the block's size word (a large block's is above every bin).
+// Parks a freed busy block in its cache bin; false when it has none or the bin is full. sizeFlags
+// is the block's size word.
 ZN_HEAP_HOT bool FreeCached(FrontCache* cache, BlockHeader* block, uint32_t sizeFlags) {
-    uint32_t size = sizeFlags & ~kFlagMask;
-    if (size > kMaxCachedBlock) {
+    uint32_t offset = SmallBusyOffset(sizeFlags);
+    if (!IsSmallBusy(offset)) {
         return false;
     }
-    uint32_t bin = BinOf(size);
-    if (cache->m_Count[bin] >= BinCapacity(bin)) {
+    uint32_t bin = offset / kAlignment;
+    if (cache->m_Room[bin] == 0) {
         return false;
     }
-    Poison(block, size);
+    Poison(block, offset + kMinBlockSize);
     PushCached(cache, block, bin);
     return true;
 }
@@ -1210,14 +1294,17 @@ void* AllocUncached(PlatformHeap* heap, FrontCache* cache, uint32_t flags, size_
 
 ZN_HEAP_COLD void* AllocMiss(PlatformHeap* heap, FrontCache* cache, uint32_t flags, size_t bytes) {
     if (cache && bytes <= kMaxCachedRequest) {
-        if (BlockHeader* block = Refill(heap, cache, BlockSizeFor(bytes))) {
+        uint32_t need = BlockSizeFor(bytes);
+        BlockHeader* block = PopCached(cache, BinOf(need));  // a request of 0 bytes comes here first
+        if (block || (block = Refill(heap, cache, need))) {
             return HandOut(block, bytes, flags);
         }
     }
     return AllocUncached(heap, cache, flags, bytes);
 }
 
-ZN_HEAP_COLD void FreeMiss(PlatformHeap* heap, FrontCache* cache, BlockHeader* block) {
+// Frees what the cache bins do not take; true, so that a caller can hand its result on.
+ZN_HEAP_COLD bool FreeMiss(PlatformHeap* heap, FrontCache* cache, BlockHeader* block) {
     uint32_t size = SizeOf(block);
     if (FlagsOf(block) & kLarge) {
         FreeLarge(heap, block);
@@ -1228,12 +1315,13 @@ ZN_HEAP_COLD void FreeMiss(PlatformHeap* heap, FrontCache* cache, BlockHeader* b
     } else if (!IsMediumSize(size) || !CacheMedium(heap, block, size)) {
         ReleaseBlock(heap, block);
     }
+    return true;
 }
 
 // cache: the front cache the caller may use, or null.
 ZN_HEAP_HOT void* AllocExclusive(PlatformHeap* heap, FrontCache* cache, uint32_t flags, size_t bytes) {
-    if (cache && bytes <= kMaxCachedRequest) {
-        if (void* user = AllocCached(cache, flags, bytes)) {
+    if (cache && IsCachedRequest(bytes)) {
+        if (void* user = AllocCached(cache, flags, bytes, RequestBin(bytes))) {
             return user;
         }
     }
@@ -1547,7 +1635,7 @@ ZN_HEAP_COLD void FreeThreadCachedMiss(PlatformHeap* heap, BlockHeader* block) {
 ZN_HEAP_HOT void* AllocThreadCached(PlatformHeap* heap, uint32_t flags, size_t bytes) {
     ThreadCache* cache = t_ThreadCache;
     if (cache && bytes <= kMaxCachedRequest && EnterCache(heap, cache)) {
-        void* user = AllocCached(&cache->m_Bins, flags, bytes);
+        void* user = AllocCached(&cache->m_Bins, flags, bytes, BinOf(BlockSizeFor(bytes)));
         LeaveCache(cache);
         if (user) {
             return user;
@@ -1664,10 +1752,19 @@ bool EmitRegion(Region* region, HeapWalkEntry* entry) {
 // before; fetching lines a page ahead keeps the step from waiting on memory for each in turn.
 constexpr size_t kWalkPrefetchDistance = 4096;
 
-// EmitBlock for a block of a normal region, with each header word read once.
-ZN_HEAP_HOT void EmitNormalBlock(Region* region, BlockHeader* block, HeapWalkEntry* entry) {
-    uint32_t sizeFlags = Peek(&block->m_SizeFlags);
-    uint32_t requested = Peek(&block->m_Requested);
+// A block's m_SizeFlags and m_Requested in one read, the first in the low half. For walks only:
+// their callers have the heap to themselves, so the words need no atomic reads.
+ZN_HEAP_METADATA inline uint64_t PeekSizeAndRequested(const BlockHeader* block) {
+    static_assert(offsetof(BlockHeader, m_Requested) == offsetof(BlockHeader, m_SizeFlags) + 4 &&
+                  std::endian::native == std::endian::little);
+    // A plain load even unoptimised: a call to memcpy would go through the sanitizer's checks.
+    using Words __attribute__((aligned(4), may_alias)) = uint64_t;
+    return *reinterpret_cast<const Words*>(&block->m_SizeFlags);
+}
+
+// EmitBlock for a block of a normal region whose header words the caller has read.
+ZN_HEAP_HOT void EmitNormalBlock(const Region* region, BlockHeader* block, uint32_t sizeFlags,
+                                 uint32_t requested, HeapWalkEntry* entry) {
     uint32_t span = sizeFlags & ~kFlagMask;
     bool busy = (sizeFlags & kBusy) && requested != kCachedMark;
     uint32_t data = busy ? requested : span - kHeaderSize;
@@ -1678,7 +1775,7 @@ ZN_HEAP_HOT void EmitNormalBlock(Region* region, BlockHeader* block, HeapWalkEnt
     entry->wFlags = busy ? PROCESS_HEAP_ENTRY_BUSY : 0;
     entry->dwCommittedSize = 0;
     entry->dwUnCommittedSize = 0;
-    entry->lpFirstBlock = region;
+    entry->lpFirstBlock = const_cast<Region*>(region);
     entry->lpLastBlock = nullptr;
 }
 
@@ -1705,9 +1802,15 @@ void EmitUncommitted(Region* region, HeapWalkEntry* entry) {
 }
 
 // Emits `block`, or when it is past the last block, what follows in the walk.
-bool EmitFrom(Region* region, BlockHeader* block, HeapWalkEntry* entry) {
+bool EmitFrom(PlatformHeap* heap, Region* region, BlockHeader* block, HeapWalkEntry* entry) {
     if (block && block != EndTagOf(region)) {
         EmitBlock(region, block, entry);
+        if (!region->m_Large) {
+            heap->m_WalkData = entry->lpData;
+            heap->m_WalkNext = NextOf(block);
+            heap->m_WalkEnd = EndTagOf(region);
+            heap->m_WalkRegion = region;
+        }
         return true;
     }
     if (region->m_Committed < region->m_Reserved) {
@@ -1736,7 +1839,7 @@ bool WalkStep(PlatformHeap* heap, HeapWalkEntry* entry) {
         return false;
     }
     if (atRegion) {
-        return EmitFrom(region, region->m_FirstBlock, entry);
+        return EmitFrom(heap, region, region->m_FirstBlock, entry);
     }
     if (entry->wFlags & PROCESS_HEAP_UNCOMMITTED_RANGE) {
         return EmitRegion(region->m_Next, entry);
@@ -1745,46 +1848,51 @@ bool WalkStep(PlatformHeap* heap, HeapWalkEntry* entry) {
     if (!IsBlockOf(region, block)) {
         return false;
     }
-    return EmitFrom(region, region->m_Large ? nullptr : NextOf(block), entry);
+    return EmitFrom(heap, region, region->m_Large ? nullptr : NextOf(block), entry);
 }
 
-// The common step, from a block of a normal region to the next block there, cut to what it needs;
-// false for any other step, which the general WalkStep then takes (and checks) in full.
-ZN_HEAP_HOT bool WalkToNextBlock(const PlatformHeap* heap, HeapWalkEntry* entry) {
-    auto* region = static_cast<Region*>(entry->lpFirstBlock);
-    if (!entry->lpData || (entry->wFlags & (PROCESS_HEAP_REGION | PROCESS_HEAP_UNCOMMITTED_RANGE)) ||
-        !region || region->m_Magic != kRegionMagic || region->m_Heap != heap || region->m_Large) {
+// The common step, from the block the cursor names to the next block of its region; false for any
+// other step, which WalkStep then takes (and checks) in full.
+ZN_HEAP_HOT bool WalkToNextBlock(PlatformHeap* heap, HeapWalkEntry* entry) {
+    if (entry->lpData != heap->m_WalkData ||
+        (entry->wFlags & (PROCESS_HEAP_REGION | PROCESS_HEAP_UNCOMMITTED_RANGE))) {
         return false;
     }
-    BlockHeader* block = HeaderOf(entry->lpData);
-    BlockHeader* endTag = EndTagOf(region);
-    if (reinterpret_cast<uintptr_t>(block) % kAlignment != 0 || block < region->m_FirstBlock ||
-        block >= endTag) {
+    BlockHeader* block = heap->m_WalkNext;
+    if (block >= heap->m_WalkEnd) {
         return false;
     }
-    BlockHeader* next = NextOf(block);
-    if (next == endTag) {
-        return false;
-    }
-    // Headers lie about two lines apart on average: two lines per step keep pace with the walk.
-    __builtin_prefetch(reinterpret_cast<char*>(next) + kWalkPrefetchDistance);
-    __builtin_prefetch(reinterpret_cast<char*>(next) + kWalkPrefetchDistance + 64);
-    EmitNormalBlock(region, next, entry);
+    // One header read links each step to the next: the cursor carries the address forward so the
+    // step does not wait on a second read of the header before.
+    uint64_t words = PeekSizeAndRequested(block);
+    auto sizeFlags = static_cast<uint32_t>(words);
+    auto requested = static_cast<uint32_t>(words >> 32);
+    heap->m_WalkNext = At(block, sizeFlags & ~kFlagMask);
+    heap->m_WalkData = UserOf(block);
+    // Blocks average under three lines: three lines per step keep pace with the walk.
+    char* ahead = reinterpret_cast<char*>(block) + kWalkPrefetchDistance;
+    __builtin_prefetch(ahead);
+    __builtin_prefetch(ahead + 64);
+    __builtin_prefetch(ahead + 128);
+    EmitNormalBlock(heap->m_WalkRegion, block, sizeFlags, requested, entry);
     return true;
 }
 
 // A walk step may skip the heap's lock when the heap has none to take or the caller holds it (and,
 // on the process heap, has the thread caches quiesced), as it must for a consistent walk.
-__attribute__((noinline)) bool HeldWholeByCaller(const PlatformHeap* heap) {
+bool HeldWholeByCaller(const PlatformHeap* heap) {
     return heap->m_Lock.IsHeldByCaller() &&
            (heap->m_Mode != HeapMode::kThreadCached || heap->m_QuiesceDepth > 0);
 }
 
-ZN_HEAP_HOT bool WalkNeedsNoLock(const PlatformHeap* heap) {
-    return heap->m_Mode == HeapMode::kUnserialised || HeldWholeByCaller(heap);
-}
-
-__attribute__((noinline)) bool WalkLocked(PlatformHeap* heap, HeapWalkEntry* entry) {
+// Every step but the common one of an unserialised heap.
+__attribute__((noinline)) bool WalkSlow(PlatformHeap* heap, HeapWalkEntry* entry) {
+    if (!heap || !entry) {
+        return false;
+    }
+    if (heap->m_Mode != HeapMode::kUnserialised && HeldWholeByCaller(heap) && WalkToNextBlock(heap, entry)) {
+        return true;
+    }
     WholeHeapGuard guard(heap);
     return WalkStep(heap, entry);
 }
@@ -1819,8 +1927,7 @@ uint64_t BytesInUse(PlatformHeap* heap) {
 
 bool Plausible(const PlatformHeap* heap, const BlockHeader* block) {
     uintptr_t address = reinterpret_cast<uintptr_t>(block);
-    return address % kAlignment == 0 && address >= heap->m_LowAddress.load(std::memory_order_relaxed) &&
-           address < heap->m_HighAddress.load(std::memory_order_relaxed);
+    return address % kAlignment == 0 && IsInSpan(heap, address);
 }
 
 // Replaces `expected` in a block's m_Requested by `mark`, once.
@@ -1881,7 +1988,7 @@ const char* MarkFreeIndex(PlatformHeap* heap, size_t* count) {
 const char* MarkCacheBin(PlatformHeap* heap, FrontCache* cache, uint32_t bin, size_t* count) {
     uint32_t seen = 0;
     for (BlockHeader* block = cache->m_Head[bin]; block; block = Peek(&LinksOf(block)->m_Next)) {
-        if (++seen > cache->m_Count[bin]) {
+        if (++seen > cache->Count(bin)) {
             return "a cache bin holds more blocks than its count";
         }
         if (!Plausible(heap, block) || FlagsOf(block) != kBusy) {
@@ -1894,7 +2001,7 @@ const char* MarkCacheBin(PlatformHeap* heap, FrontCache* cache, uint32_t bin, si
             return error;
         }
     }
-    if (seen != cache->m_Count[bin]) {
+    if (seen != cache->Count(bin)) {
         return "a cache bin holds fewer blocks than its count";
     }
     *count += seen;
@@ -2155,6 +2262,28 @@ ZN_HEAP_COLD bool FreeSerialised(PlatformHeap* heap, uint32_t flags, void* block
     return header || !block;
 }
 
+// HeapAlloc and HeapFree on a heap with a lock, the process heap or a serialised one; apart, so
+// that the unserialised path stays a leaf that needs no stack frame.
+__attribute__((noinline)) void* AllocShared(PlatformHeap* heap, uint32_t flags, size_t bytes) {
+    if (heap->m_Mode == HeapMode::kThreadCached) {
+        return AllocThreadCached(heap, flags, bytes);
+    }
+    return AllocSerialised(heap, flags, bytes);
+}
+
+__attribute__((noinline)) bool FreeShared(PlatformHeap* heap, uint32_t flags, void* block) {
+    if (heap->m_Mode != HeapMode::kThreadCached) {
+        return FreeSerialised(heap, flags, block);
+    }
+    uint32_t sizeFlags = 0;
+    BlockHeader* header = OwnedBusyBlock(heap, block, &sizeFlags);
+    if (!header) {
+        return !block;
+    }
+    FreeThreadCached(heap, header, sizeFlags);
+    return true;
+}
+
 }  // namespace
 
 // ---- the interface -----------------------------------------------------------------------------
@@ -2205,10 +2334,7 @@ void* HeapAlloc(PlatformHeap* heap, uint32_t flags, size_t bytes) {
     if (heap && heap->m_Mode == HeapMode::kUnserialised) {
         return AllocExclusive(heap, &heap->m_Cache, flags, bytes);
     }
-    if (heap && heap->m_Mode == HeapMode::kThreadCached) {
-        return AllocThreadCached(heap, flags, bytes);
-    }
-    return heap ? AllocSerialised(heap, flags, bytes) : nullptr;
+    return heap ? AllocShared(heap, flags, bytes) : nullptr;
 }
 
 void* HeapReAlloc(PlatformHeap* heap, uint32_t flags, void* block, size_t bytes) {
@@ -2227,21 +2353,15 @@ bool HeapFree(PlatformHeap* heap, uint32_t flags, void* block) {
     if (heap && heap->m_Mode == HeapMode::kUnserialised) {
         uint32_t sizeFlags = 0;
         BlockHeader* header = OwnedBusyBlock(heap, block, &sizeFlags);
-        if (header) {
-            FreeExclusive(heap, &heap->m_Cache, header, sizeFlags);
+        if (!header) {
+            return !block;
+        }
+        if (FreeCached(&heap->m_Cache, header, sizeFlags)) {
             return true;
         }
-    } else if (heap && heap->m_Mode == HeapMode::kThreadCached) {
-        uint32_t sizeFlags = 0;
-        BlockHeader* header = OwnedBusyBlock(heap, block, &sizeFlags);
-        if (header) {
-            FreeThreadCached(heap, header, sizeFlags);
-            return true;
-        }
-    } else if (heap) {
-        return FreeSerialised(heap, flags, block);
+        return FreeMiss(heap, &heap->m_Cache, header);
     }
-    return !block;
+    return heap ? FreeShared(heap, flags, block) : !block;
 }
 
 size_t HeapSize(PlatformHeap* heap, uint32_t flags, const void* block) {
@@ -2271,13 +2391,13 @@ bool HeapUnlock(PlatformHeap* heap) {
 }
 
 bool HeapWalk(PlatformHeap* heap, HeapWalkEntry* entry) {
-    if (!heap || !entry) {
+    if (!heap) {
         return false;
     }
-    if (WalkNeedsNoLock(heap) && WalkToNextBlock(heap, entry)) {
+    if (entry && heap->m_Mode == HeapMode::kUnserialised && WalkToNextBlock(heap, entry)) {
         return true;
     }
-    return WalkLocked(heap, entry);
+    return WalkSlow(heap, entry);
 }
 
 bool HeapValidate(PlatformHeap* heap) {
