@@ -2,11 +2,12 @@
 #include "CoreLib/GlobalStringTable.h"
 
 #include "CoreLib/FileWriter.h"
+#include "CoreLib/HashKernels.h"
 #include "CoreLib/MemoryManager.h"
 #include "CoreLib/Report.h"
 #include "CoreLib/ScratchString.h"
 
-#include <emmintrin.h>
+#include <immintrin.h>
 
 #include <algorithm>
 #include <cstring>
@@ -34,17 +35,22 @@ int AtomicDecrement(std::atomic<int32_t>& value) {
 
 namespace {
 
+using hashing::BytesEqualTo;
+using hashing::HashWord;
+using hashing::LoadShortText;
+using hashing::LoadWord;
+using hashing::PowerOf33;
+using hashing::SameBytes;
+
 constexpr uint32_t kLockSpinCount = 4000;
 constexpr unsigned int kBucketCount = 513;
 constexpr unsigned int kSlotsPerChunk = 10;
 constexpr size_t kMaxLength = 65535;
 
-// Side-index tags: live ones have the top bit set over the fingerprint's top 7 bits.
-constexpr uint8_t kEmptyTag = 0;
-constexpr uint8_t kRemovedTag = 1;
 // A chain's positions are kept in 32 bits; chains stop growing well before they run out.
-constexpr unsigned int kMaxPositions = 0x7FFFFFF0;
-constexpr unsigned int kMinIndexCapacity = 8;
+constexpr unsigned int kMaxChunks = 0x0FFFFFFF;
+// The fingerprint scan reads 32 slots (a 64-byte line of fingerprints) at a time.
+constexpr unsigned int kScanSlots = 32;
 
 // The header in front of an entry's characters.
 struct EntryHeader {
@@ -59,141 +65,347 @@ EntryHeader& HeaderOf(char* handle) {
     return *reinterpret_cast<EntryHeader*>(handle - sizeof(EntryHeader));
 }
 
-constexpr uint32_t PowerOf33(unsigned int exponent) {
-    return exponent == 0 ? 1u : 33u * PowerOf33(exponent - 1);
+constexpr uint32_t InverseOf33() {
+    // Newton's iteration for an inverse modulo 2^32; each step doubles the bits that are right.
+    uint32_t inverse = 1;
+    for (int step = 0; step < 5; ++step) {
+        inverse *= 2 - 33 * inverse;
+    }
+    return inverse;
 }
+static_assert(33u * InverseOf33() == 1u, "33 is odd, so it has an inverse modulo 2^32");
+
+struct HashPowers {
+    // 33^k and 33^-k for k = 0 to 64.
+    uint32_t m_Powers[65];
+    uint32_t m_Inverses[65];
+    // For the 512-bit hash: the weight of pair j (bytes 2j and 2j + 1) of a 64-byte block is
+    // 33^(62 - 2j). Unpacking bytes to 16 bits works within 16-byte lanes: the low unpack holds
+    // pairs 8L to 8L + 3 of each lane L, the high one pairs 8L + 4 to 8L + 7; the weights match.
+    alignas(64) uint32_t m_LowWeights[16];
+    alignas(64) uint32_t m_HighWeights[16];
+    constexpr HashPowers() : m_Powers(), m_Inverses(), m_LowWeights(), m_HighWeights() {
+        for (unsigned int exponent = 0; exponent <= 64; ++exponent) {
+            m_Powers[exponent] = exponent == 0 ? 1u : m_Powers[exponent - 1] * 33u;
+            m_Inverses[exponent] = exponent == 0 ? 1u : m_Inverses[exponent - 1] * InverseOf33();
+        }
+        for (unsigned int lane = 0; lane < 4; ++lane) {
+            for (unsigned int pair = 0; pair < 4; ++pair) {
+                m_LowWeights[4 * lane + pair] = m_Powers[62 - 2 * (8 * lane + pair)];
+                m_HighWeights[4 * lane + pair] = m_Powers[62 - 2 * (8 * lane + 4 + pair)];
+            }
+        }
+    }
+};
+constexpr HashPowers kHashPowers;
 
 struct TextHash {
     uint32_t m_Hash;
     bool m_HasNul;
 };
 
-// The four sums b0 * 33^3 + b1 * 33^2 + b2 * 33 + b3 of the 16 bytes' quarters, each byte taken as
-// a signed char: pairs by one multiply-add of 16-bit lanes (a pair lies within +-4352, so the pairs
-// pack back into 16 bits exactly), quarters by a second one into 32-bit lanes.
-__m128i QuarterSums(__m128i bytes) {
-    const __m128i pairWeights = _mm_set1_epi32(0x00010021);     // 33, 1
-    const __m128i quarterWeights = _mm_set1_epi32(0x00010441);  // 1089, 1
-    __m128i low = _mm_srai_epi16(_mm_unpacklo_epi8(bytes, bytes), 8);
-    __m128i high = _mm_srai_epi16(_mm_unpackhi_epi8(bytes, bytes), 8);
-    __m128i pairs = _mm_packs_epi32(_mm_madd_epi16(low, pairWeights), _mm_madd_epi16(high, pairWeights));
-    return _mm_madd_epi16(pairs, quarterWeights);
-}
-
-uint32_t Lane(__m128i values, int lane) {
-    alignas(16) uint32_t lanes[4];
-    _mm_store_si128(reinterpret_cast<__m128i*>(lanes), values);
-    return lanes[lane];
-}
-
-// h = h * 33 + c over the bytes, each taken as a sign-extended signed char, 16 and then 8 bytes at a
-// time, and whether a NUL is among them.
+// h = h * 33 + c over the bytes, each taken as a sign-extended signed char, 8 bytes at a time, and
+// whether a NUL is among them. The last 1 to 7 bytes are read as the word that ends with them, the
+// bytes before them masked out: they then weigh as the text's last ones.
 TextHash HashText(const char* text, size_t length) {
-    const __m128i zero = _mm_setzero_si128();
     uint32_t hash = 0;
-    int nuls = 0;
+    unsigned int nuls = 0;
     size_t index = 0;
-    for (; index + 16 <= length; index += 16) {
-        __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + index));
-        nuls |= _mm_movemask_epi8(_mm_cmpeq_epi8(bytes, zero));
-        __m128i quarters = QuarterSums(bytes);
-        hash = hash * PowerOf33(16) + Lane(quarters, 0) * PowerOf33(12) + Lane(quarters, 1) * PowerOf33(8) +
-               Lane(quarters, 2) * PowerOf33(4) + Lane(quarters, 3);
+    for (; index + 8 <= length; index += 8) {
+        __m128i bytes = _mm_cvtsi64_si128(static_cast<long long>(LoadWord(text + index)));
+        nuls |= BytesEqualTo(bytes, 0);
+        hash = hash * PowerOf33(8) + HashWord(bytes);
     }
-    if (index + 8 <= length) {
-        __m128i bytes = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(text + index));
-        nuls |= _mm_movemask_epi8(_mm_cmpeq_epi8(bytes, zero)) & 0xFF;
-        __m128i quarters = QuarterSums(bytes);
-        hash = hash * PowerOf33(8) + Lane(quarters, 0) * PowerOf33(4) + Lane(quarters, 1);
-        index += 8;
-    }
-    for (; index < length; ++index) {
-        auto c = static_cast<signed char>(text[index]);
-        nuls |= c == 0;
-        hash = hash * 33u + static_cast<uint32_t>(c);
+    if (const size_t rest = length - index; rest != 0) {
+        const auto skipped = static_cast<unsigned int>(8 - rest);
+        uint64_t word = 0;
+        if (length >= 8) [[likely]] {
+            word = LoadWord(text + length - 8) & ~uint64_t{0} << (8 * skipped);
+        } else {
+            word = LoadShortText(text, length);
+        }
+        __m128i bytes = _mm_cvtsi64_si128(static_cast<long long>(word));
+        nuls |= BytesEqualTo(bytes, 0) >> skipped;
+        hash = hash * kHashPowers.m_Powers[rest] + HashWord(bytes);
     }
     return TextHash{hash, nuls != 0};
 }
 
-// The fingerprint: a 64-bit finaliser over the text's hash and its length. The hash is the one of
-// the bytes before the first NUL, so texts that strncmp finds equal at one length share it.
-uint32_t FinishFingerprint(const char* text, size_t length, const TextHash& whole) {
+// The fingerprint kept per slot: 16 bits of a mix of the text's hash and its length, never 0, which
+// marks a free slot. The hash is the one of the bytes before the first NUL, so texts that strncmp
+// finds equal at one length share it. The bucket is the hash modulo 513; the high bits of a product
+// depend on all of the hash, so the entries of one bucket differ in them.
+uint16_t TagOf(const char* text, size_t length, const TextHash& whole) {
     uint32_t hash = whole.m_Hash;
     if (whole.m_HasNul) {
         hash =
             HashText(text, static_cast<size_t>(static_cast<const char*>(std::memchr(text, 0, length)) - text))
                 .m_Hash;
     }
-    uint64_t mix = (static_cast<uint64_t>(length) << 32) | hash;
-    mix = (mix ^ (mix >> 33)) * 0xFF51AFD7ED558CCDull;
-    mix = (mix ^ (mix >> 33)) * 0xC4CEB9FE1A85EC53ull;
-    return static_cast<uint32_t>(mix >> 32);
+    uint32_t mix = (hash + static_cast<uint32_t>(length) * 0x9E3779B9u) * 0x85EBCA6Bu;
+    auto tag = static_cast<uint16_t>(mix >> 16);
+    return tag != 0 ? tag : 1;
 }
 
-uint32_t Fingerprint(const char* text, size_t length) {
-    return FinishFingerprint(text, length, HashText(text, length));
-}
-
-// strncmp's verdict on equality. Without a NUL in the text it is a plain byte compare, done here
-// in words: the texts are short, and a call costs as much as the compare.
+// strncmp's verdict on equality. Without a NUL in the text it is a plain byte compare.
 bool SameText(const char* stored, const char* text, size_t length, bool textHasNul) {
-    if (textHasNul) {
+    if (textHasNul) [[unlikely]] {
         return std::strncmp(stored, text, length) == 0;
     }
-    uint64_t difference = 0;
-    size_t offset = 0;
-    for (; offset + 8 <= length; offset += 8) {
-        uint64_t left = 0;
-        uint64_t right = 0;
-        std::memcpy(&left, stored + offset, sizeof(left));
-        std::memcpy(&right, text + offset, sizeof(right));
-        difference |= left ^ right;
+    return SameBytes(stored, text, length);
+}
+
+// A bucket's block for a capacity of chunks: the fingerprints, padded to 16 bytes, the codes, then
+// the chunk counts. The scan reads whole groups of 32 fingerprints, which may run on into the
+// codes: the block is never shorter than those groups.
+size_t TagBytes(unsigned int chunks) {
+    return (size_t{chunks} * kSlotsPerChunk * sizeof(uint16_t) + 15) & ~size_t{15};
+}
+
+size_t BlockBytes(unsigned int chunks) {
+    size_t slots = size_t{chunks} * kSlotsPerChunk;
+    size_t scanned = (slots * sizeof(uint16_t) + 63) & ~size_t{63};
+    return std::max(TagBytes(chunks) + slots * sizeof(uint32_t) + chunks, scanned);
+}
+
+uint16_t* TagsOf(const GlobalStringBucket& bucket) {
+    return reinterpret_cast<uint16_t*>(bucket.m_Block);
+}
+
+uint32_t* CodesOf(const GlobalStringBucket& bucket) {
+    return reinterpret_cast<uint32_t*>(bucket.m_Block + TagBytes(bucket.m_ChunkCapacity));
+}
+
+uint8_t* CountsOf(const GlobalStringBucket& bucket) {
+    return reinterpret_cast<uint8_t*>(CodesOf(bucket) + bucket.m_ChunkCapacity * kSlotsPerChunk);
+}
+
+unsigned int SlotCount(const GlobalStringBucket& bucket) {
+    return bucket.m_ChunkCount * kSlotsPerChunk;
+}
+
+// Bit i is set when slot i of the 32 from tags holds the tag.
+uint32_t MatchTags(const uint16_t* tags, __m128i tag) {
+    const auto* group = reinterpret_cast<const __m128i*>(tags);
+    __m128i low = _mm_packs_epi16(_mm_cmpeq_epi16(_mm_loadu_si128(group), tag),
+                                  _mm_cmpeq_epi16(_mm_loadu_si128(group + 1), tag));
+    __m128i high = _mm_packs_epi16(_mm_cmpeq_epi16(_mm_loadu_si128(group + 2), tag),
+                                   _mm_cmpeq_epi16(_mm_loadu_si128(group + 3), tag));
+    return static_cast<uint32_t>(_mm_movemask_epi8(low)) | static_cast<uint32_t>(_mm_movemask_epi8(high))
+                                                               << 16;
+}
+
+// The position of the live slot that holds code, or the chain's end.
+unsigned int FindCode(const GlobalStringBucket& bucket, uint32_t code) {
+    const uint16_t* tags = TagsOf(bucket);
+    const uint32_t* codes = CodesOf(bucket);
+    const unsigned int end = SlotCount(bucket);
+    const __m128i wanted = _mm_set1_epi32(static_cast<int>(code));
+    unsigned int position = 0;
+    for (; position + 4 <= end; position += 4) {
+        __m128i equal =
+            _mm_cmpeq_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(codes + position)), wanted);
+        for (auto matches = static_cast<unsigned int>(_mm_movemask_ps(_mm_castsi128_ps(equal))); matches != 0;
+             matches &= matches - 1) {
+            // A free slot may still hold a stale code.
+            unsigned int match = position + static_cast<unsigned int>(__builtin_ctz(matches));
+            if (tags[match] != 0) {
+                return match;
+            }
+        }
     }
-    for (; offset < length; ++offset) {
-        difference |= static_cast<unsigned char>(stored[offset] ^ text[offset]);
+    for (; position < end; ++position) {
+        if (codes[position] == code && tags[position] != 0) {
+            return position;
+        }
     }
-    return difference == 0;
+    return end;
 }
 
-uint8_t TagOf(uint32_t fingerprint) {
-    return static_cast<uint8_t>(0x80 | (fingerprint >> 25));
+// ---- the same kernels in 512-bit vectors ----------------------------------------------------------
+//
+// On processors with AVX-512 (BW) a lookup runs these instead: a text of up to 64 bytes is one masked
+// load, which reads nothing past its end, and 32 fingerprints are one compare. The results are the
+// same bit for bit; what changes is how few instructions a lookup takes, and with them how many
+// lookups' memory reads the processor can have in flight at once.
+#define ZN_WIDE_KERNEL __attribute__((target("avx512f,avx512bw")))
+
+// The first count (0 to 64) of 64 bytes.
+ZN_WIDE_KERNEL inline __mmask64 LeadingBytes(size_t count) {
+    return count >= 64 ? ~__mmask64{0} : (__mmask64{1} << count) - 1;
 }
 
-// Where a fingerprint's probe starts in an index of this capacity (any capacity, no modulo). It is
-// taken from the bits below the tag's, so entries that meet in a probe do not share their tags.
-unsigned int PlaceOf(uint32_t fingerprint, unsigned int capacity) {
-    return static_cast<unsigned int>((static_cast<uint64_t>(fingerprint & 0x1FFFFFF) * capacity) >> 25);
+// The sum of the 16 lanes, modulo 2^32. (The masked shuffles leave no lane undefined.)
+ZN_WIDE_KERNEL inline uint32_t SumOfLanes(__m512i values) {
+    constexpr __mmask16 kAll = 0xFFFF;
+    values = _mm512_add_epi32(values, _mm512_maskz_shuffle_i32x4(kAll, values, values, 0x4E));
+    values = _mm512_add_epi32(values, _mm512_maskz_shuffle_i32x4(kAll, values, values, 0xB1));
+    values = _mm512_add_epi32(values, _mm512_maskz_shuffle_epi32(kAll, values, _MM_PERM_BADC));
+    values = _mm512_add_epi32(values, _mm512_maskz_shuffle_epi32(kAll, values, _MM_PERM_CDAB));
+    return static_cast<uint32_t>(_mm512_cvtsi512_si32(values));
 }
 
-// The block of a side index: tags, then handles, then records.
-size_t TagBytes(unsigned int capacity) {
-    return (capacity + 7) & ~7u;
+// The hash of count (0 to 64) bytes. The block is weighed as if it were followed by zeros up to 64
+// bytes, which multiplies its sum by 33 for each missing byte; 33's inverse takes that back. Adds
+// the NULs among the bytes to nuls.
+ZN_WIDE_KERNEL inline uint32_t HashBlockWide(const char* bytes, size_t count, __mmask64& nuls) {
+    const __m512i pairWeights = _mm512_set1_epi32(0x00010021);  // 33, 1
+    const __mmask64 mask = LeadingBytes(count);
+    __m512i block = _mm512_maskz_loadu_epi8(mask, bytes);
+    nuls |= _mm512_mask_testn_epi8_mask(mask, block, block);
+    __m512i low = _mm512_madd_epi16(_mm512_srai_epi16(_mm512_unpacklo_epi8(block, block), 8), pairWeights);
+    __m512i high = _mm512_madd_epi16(_mm512_srai_epi16(_mm512_unpackhi_epi8(block, block), 8), pairWeights);
+    uint32_t sum =
+        SumOfLanes(_mm512_add_epi32(_mm512_mullo_epi32(low, _mm512_load_si512(kHashPowers.m_LowWeights)),
+                                    _mm512_mullo_epi32(high, _mm512_load_si512(kHashPowers.m_HighWeights))));
+    return sum * kHashPowers.m_Inverses[64 - count];
 }
 
-size_t IndexBytes(unsigned int capacity) {
-    return TagBytes(capacity) + capacity * (sizeof(char*) + sizeof(uint64_t));
+// HashText's result: a text of up to 64 bytes is one block, a longer one a block each 64 bytes.
+ZN_WIDE_KERNEL inline TextHash HashTextWide(const char* text, size_t length) {
+    __mmask64 nuls = 0;
+    if (length <= 64) [[likely]] {
+        uint32_t hash = HashBlockWide(text, length, nuls);
+        return TextHash{hash, nuls != 0};
+    }
+    uint32_t hash = 0;
+    for (size_t index = 0; index < length; index += 64) {
+        const size_t count = std::min<size_t>(64, length - index);
+        hash = hash * kHashPowers.m_Powers[count] + HashBlockWide(text + index, count, nuls);
+    }
+    return TextHash{hash, nuls != 0};
 }
 
-unsigned int NextProbe(unsigned int probe, unsigned int capacity) {
-    return probe + 1 == capacity ? 0 : probe + 1;
+// SameText's result.
+ZN_WIDE_KERNEL inline bool SameTextWide(const char* stored, const char* text, size_t length,
+                                        bool textHasNul) {
+    if (textHasNul) [[unlikely]] {
+        return std::strncmp(stored, text, length) == 0;
+    }
+    for (size_t index = 0; index < length; index += 64) {
+        const __mmask64 mask = LeadingBytes(length - index);
+        if (_mm512_mask_cmpneq_epi8_mask(mask, _mm512_maskz_loadu_epi8(mask, stored + index),
+                                         _mm512_maskz_loadu_epi8(mask, text + index)) != 0) {
+            return false;
+        }
+    }
+    return true;
 }
 
-// Live entries and tombstones together stay at or below three quarters of the index, so every probe
-// meets an empty entry.
-bool IsCrowded(unsigned int used, unsigned int capacity) {
-    return used * 4 > capacity * 3;
+// MatchTags' result.
+ZN_WIDE_KERNEL inline uint32_t MatchTagsWide(const uint16_t* tags, __m512i tag) {
+    return _mm512_cmpeq_epi16_mask(_mm512_loadu_si512(tags), tag);
+}
+
+bool ProcessorHasWideKernels() {
+    static const bool hasThem = [] {
+        __builtin_cpu_init();
+        return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw");
+    }();
+    return hasThem;
 }
 
 }  // namespace
 
-GlobalStringTable::GlobalStringTable() : m_Buckets{}, m_Indexes{}, m_Lock(kLockSpinCount) {}
+// ---- entry codes --------------------------------------------------------------------------------
+
+namespace {
+constexpr uint64_t kUnitMask = 15;
+// Where a handle lies in its 16-byte unit: behind the entry header of a 16-aligned block.
+constexpr uint64_t kHandleOffset = 8;
+}  // namespace
+
+GlobalStringCodes::~GlobalStringCodes() {
+    if (m_Far != nullptr) {
+        MemoryManager::GlobalFree(m_Far, 0);
+    }
+}
+
+bool GlobalStringCodes::WindowCode(uint64_t address, unsigned int windows, uint32_t& code) const {
+    const uint64_t base = (address >> kWindowShift << kWindowShift) | kHandleOffset;
+    for (unsigned int window = 0; window < windows; ++window) {
+        if (m_Bases[window] == base) {
+            code = window << kOffsetBits | static_cast<uint32_t>((address >> kUnitShift) & kOffsetMask);
+            return true;
+        }
+    }
+    return false;
+}
+
+bool GlobalStringCodes::Assign(char* handle, uint32_t& code) {
+    auto address = static_cast<uint64_t>(reinterpret_cast<uintptr_t>(handle));
+    if ((address & kUnitMask) == kHandleOffset) {
+        if (WindowCode(address, std::min(m_WindowCount, m_WindowLimit), code)) {
+            return true;
+        }
+        if (m_WindowCount < m_WindowLimit) {
+            m_Bases[m_WindowCount] = (address >> kWindowShift << kWindowShift) | kHandleOffset;
+            return WindowCode(address, ++m_WindowCount, code);
+        }
+    }
+    unsigned int slot = 0;
+    while (slot < m_FarCapacity && m_Far[slot] != nullptr) {
+        ++slot;
+    }
+    if (slot == m_FarCapacity) {
+        unsigned int capacity = std::max(8u, m_FarCapacity * 2);
+        if (capacity > kOffsetMask + 1) {
+            return false;
+        }
+        auto* far = static_cast<char**>(MemoryManager::GlobalMalloc(capacity * sizeof(char*), 0));
+        if (far == nullptr) {
+            return false;
+        }
+        std::fill(far, far + capacity, nullptr);
+        if (m_Far != nullptr) {
+            std::copy(m_Far, m_Far + m_FarCapacity, far);
+            MemoryManager::GlobalFree(m_Far, 0);
+        }
+        m_Far = far;
+        m_FarCapacity = capacity;
+    }
+    m_Far[slot] = handle;
+    ++m_FarInUse;
+    code = kFarWindow << kOffsetBits | slot;
+    return true;
+}
+
+bool GlobalStringCodes::Find(const char* handle, uint32_t& code) const {
+    // The far list first: a handle in it may lie in a window all the same, one that a limit kept it
+    // from. It is empty unless the address space is unusual, or a test made it so.
+    if (m_FarInUse != 0) {
+        for (unsigned int slot = 0; slot < m_FarCapacity; ++slot) {
+            if (m_Far[slot] == handle) {
+                code = kFarWindow << kOffsetBits | slot;
+                return true;
+            }
+        }
+    }
+    auto address = static_cast<uint64_t>(reinterpret_cast<uintptr_t>(handle));
+    return (address & kUnitMask) == kHandleOffset && WindowCode(address, m_WindowCount, code);
+}
+
+void GlobalStringCodes::Release(uint32_t code) {
+    if (IsFar(code) && (code & kOffsetMask) < m_FarCapacity && m_Far[code & kOffsetMask] != nullptr) {
+        m_Far[code & kOffsetMask] = nullptr;
+        --m_FarInUse;
+    }
+}
+
+// ---- the table ------------------------------------------------------------------------------------
+
+GlobalStringTable::GlobalStringTable() : m_Wide(ProcessorHasWideKernels()), m_Lock(kLockSpinCount) {
+    // Every chain starts with its first chunk, empty.
+    for (GlobalStringBucket& bucket : m_Buckets) {
+        bucket = GlobalStringBucket{nullptr, 1, 0, 0};
+    }
+}
 
 GlobalStringTable::~GlobalStringTable() {
     // Entry blocks still alive are not freed: their handles may outlive the table.
-    for (SideIndex& index : m_Indexes) {
-        delete[] index.m_Overflow;
-        if (index.m_Tags != nullptr) {
-            MemoryManager::GlobalFree(index.m_Tags, 0);
+    for (GlobalStringBucket& bucket : m_Buckets) {
+        if (bucket.m_Block != nullptr) {
+            MemoryManager::GlobalFree(bucket.m_Block, 0);
         }
     }
 }
@@ -205,8 +417,7 @@ inline unsigned int GlobalStringTable::Hash(const char* text, unsigned int lengt
 inline GlobalStringTable::Key GlobalStringTable::MakeKey(const char* text, unsigned int length) {
     // One pass over the text gives both.
     TextHash whole = HashText(text, length);
-    return Key{whole.m_Hash % s_NbGlobalStringHashBuckets, FinishFingerprint(text, length, whole), true,
-               whole.m_HasNul};
+    return Key{whole.m_Hash % s_NbGlobalStringHashBuckets, TagOf(text, length, whole), whole.m_HasNul};
 }
 
 inline unsigned int GlobalStringTable::ExtractHash(char* const& handle) {
@@ -228,73 +439,101 @@ char* GlobalStringTable::Add(const char* text, int length) {
         // Refused: the header's 16-bit length could not describe the entry.
         return nullptr;
     }
+    GlobalStringTable& table = *s_Table;
     auto storedLength = static_cast<unsigned int>(textLength);
-    // Hashing needs no lock, so it stays outside it, and so does the fetch of the index line.
-    Key key = MakeKey(text, storedLength);
-    s_Table->PrefetchIndex(key);
-    CSLock guard(&s_Table->m_Lock);
-    if (char* found = s_Table->Find(text, storedLength, key)) {
+    return table.m_Wide.load(std::memory_order_relaxed) ? table.InternWide(text, storedLength, length)
+                                                        : table.Intern(text, storedLength, length);
+}
+
+char* GlobalStringTable::Intern(const char* text, unsigned int length, int requestedLength) {
+    // Hashing needs no lock, so it stays outside it.
+    const Key key = MakeKey(text, length);
+    CSLock guard(&m_Lock);
+    if (char* found = Find(text, length, key)) {
         // Under the lock this may revive an entry that only the table still held.
         HeaderOf(found).m_RefCount.fetch_add(1, std::memory_order_relaxed);
         return found;
     }
+    return AddMissing(text, length, requestedLength, key);
+}
+
+char* GlobalStringTable::AddMissing(const char* text, unsigned int length, int requestedLength,
+                                    const Key& key) {
     if (!IsTableEnabled()) {
-        ZN_REPORT("Trying to add string [%.*s] to GlobalStringTable when it is locked.", length, text);
+        // Under the name of the entry point the caller used; the length as the caller gave it.
+        ZN_REPORT_AS("zn::GlobalStringTable::Add",
+                     "Trying to add string [%.*s] to GlobalStringTable when it is locked.", requestedLength,
+                     text);
     }
-    return s_Table->Create(text, storedLength, key);
-}
-
-inline GlobalStringBucket& GlobalStringTable::ChunkAt(unsigned int bucket, unsigned int chunkIndex) {
-    return chunkIndex == 0 ? m_Buckets[bucket] : m_Indexes[bucket].m_Overflow[chunkIndex - 1];
-}
-
-inline const GlobalStringBucket& GlobalStringTable::ChunkAt(unsigned int bucket,
-                                                            unsigned int chunkIndex) const {
-    return chunkIndex == 0 ? m_Buckets[bucket] : m_Indexes[bucket].m_Overflow[chunkIndex - 1];
-}
-
-inline char* GlobalStringTable::SlotAt(unsigned int bucket, unsigned int position) const {
-    return ChunkAt(bucket, position / kSlotsPerChunk).m_Entries[position % kSlotsPerChunk];
-}
-
-inline unsigned int GlobalStringTable::PositionCount(unsigned int bucket) const {
-    return (m_Indexes[bucket].m_OverflowCount + 1) * kSlotsPerChunk;
-}
-
-inline void GlobalStringTable::PrefetchIndex(const Key& key) {
-    // Read without the lock: a stale set only makes the hint miss, and a prefetch never faults.
-    SideIndex& index = m_Indexes[key.m_Bucket];
-    uint8_t* tags = std::atomic_ref<uint8_t*>(index.m_Tags).load(std::memory_order_relaxed);
-    char** handles = std::atomic_ref<char**>(index.m_Handles).load(std::memory_order_relaxed);
-    unsigned int capacity = std::atomic_ref<unsigned int>(index.m_Capacity).load(std::memory_order_relaxed);
-    if (tags != nullptr) {
-        unsigned int place = PlaceOf(key.m_Fingerprint, capacity);
-        __builtin_prefetch(tags + place);
-        __builtin_prefetch(handles + place);
-    }
+    return Create(text, length, key);
 }
 
 inline char* GlobalStringTable::Find(const char* text, unsigned int length, const Key& key) const {
-    const SideIndex& index = m_Indexes[key.m_Bucket];
-    if (index.m_Capacity == 0) {
+    const GlobalStringBucket& bucket = m_Buckets[key.m_Bucket];
+    if (bucket.m_Block == nullptr) {
         return nullptr;
     }
-    const uint8_t tag = TagOf(key.m_Fingerprint);
-    for (unsigned int probe = PlaceOf(key.m_Fingerprint, index.m_Capacity);;
-         probe = NextProbe(probe, index.m_Capacity)) {
-        uint8_t probed = index.m_Tags[probe];
-        if (probed == kEmptyTag) {
-            return nullptr;
-        }
-        if (probed != tag) {
-            continue;
-        }
-        char* handle = index.m_Handles[probe];
-        if (HeaderOf(handle).m_Length == length &&
-            (handle == text || SameText(handle, text, length, key.m_HasNul))) {
-            return handle;
+    const uint16_t* tags = TagsOf(bucket);
+    const uint32_t* codes = CodesOf(bucket);
+    const unsigned int end = SlotCount(bucket);
+    const __m128i tag = _mm_set1_epi16(static_cast<short>(key.m_Tag));
+    for (unsigned int group = 0; group < end; group += kScanSlots) {
+        for (uint32_t matches = MatchTags(tags + group, tag); matches != 0; matches &= matches - 1) {
+            unsigned int position = group + static_cast<unsigned int>(__builtin_ctz(matches));
+            if (position >= end) {
+                return nullptr;  // the group ran past the chain
+            }
+            char* handle = m_Codes.Decode(codes[position]);
+            if (HeaderOf(handle).m_Length == length &&
+                (handle == text || SameText(handle, text, length, key.m_HasNul))) {
+                return handle;
+            }
         }
     }
+    return nullptr;
+}
+
+ZN_WIDE_KERNEL inline GlobalStringTable::Key GlobalStringTable::MakeKeyWide(const char* text,
+                                                                            unsigned int length) {
+    TextHash whole = HashTextWide(text, length);
+    return Key{whole.m_Hash % s_NbGlobalStringHashBuckets, TagOf(text, length, whole), whole.m_HasNul};
+}
+
+ZN_WIDE_KERNEL inline char* GlobalStringTable::FindWide(const char* text, unsigned int length,
+                                                        const Key& key) const {
+    const GlobalStringBucket& bucket = m_Buckets[key.m_Bucket];
+    if (bucket.m_Block == nullptr) {
+        return nullptr;
+    }
+    const uint16_t* tags = TagsOf(bucket);
+    const uint32_t* codes = CodesOf(bucket);
+    const unsigned int end = SlotCount(bucket);
+    const __m512i tag = _mm512_set1_epi16(static_cast<short>(key.m_Tag));
+    for (unsigned int group = 0; group < end; group += kScanSlots) {
+        for (uint32_t matches = MatchTagsWide(tags + group, tag); matches != 0; matches &= matches - 1) {
+            unsigned int position = group + static_cast<unsigned int>(__builtin_ctz(matches));
+            if (position >= end) {
+                return nullptr;  // the group ran past the chain
+            }
+            char* handle = m_Codes.Decode(codes[position]);
+            if (HeaderOf(handle).m_Length == length &&
+                (handle == text || SameTextWide(handle, text, length, key.m_HasNul))) {
+                return handle;
+            }
+        }
+    }
+    return nullptr;
+}
+
+ZN_WIDE_KERNEL char* GlobalStringTable::InternWide(const char* text, unsigned int length,
+                                                   int requestedLength) {
+    const Key key = MakeKeyWide(text, length);
+    CSLock guard(&m_Lock);
+    if (char* found = FindWide(text, length, key)) {
+        HeaderOf(found).m_RefCount.fetch_add(1, std::memory_order_relaxed);
+        return found;
+    }
+    return AddMissing(text, length, requestedLength, key);
 }
 
 char* GlobalStringTable::Create(const char* text, unsigned int length, const Key& key) {
@@ -316,137 +555,86 @@ char* GlobalStringTable::Create(const char* text, unsigned int length, const Key
 }
 
 bool GlobalStringTable::Insert(char* const& handle, const Key& key) {
-    if (!Reserve(key.m_Bucket)) {
+    GlobalStringBucket& bucket = m_Buckets[key.m_Bucket];
+    uint32_t code = 0;
+    if (!m_Codes.Assign(handle, code)) {
         return false;
     }
-    SideIndex& index = m_Indexes[key.m_Bucket];
-    unsigned int position = FindFreePosition(key.m_Bucket);
-    GlobalStringBucket& chunk = ChunkAt(key.m_Bucket, position / kSlotsPerChunk);
-    unsigned int slot = position % kSlotsPerChunk;
-    chunk.m_Entries[slot] = handle;
-    if (slot == chunk.m_Count) {
-        ++chunk.m_Count;
+    const unsigned int position = FindFreePosition(bucket);
+    // A full chain gets one more chunk; the first entry of a bucket gets storage for the first.
+    const bool newChunk = position == SlotCount(bucket);
+    if ((newChunk || bucket.m_Block == nullptr) && !Grow(bucket)) {
+        m_Codes.Release(code);
+        return false;
     }
-    index.m_FirstFree = position + 1;
-    IndexHandle(key.m_Bucket, handle, key.m_Fingerprint, position);
+    if (newChunk) {
+        ++bucket.m_ChunkCount;
+    }
+    TagsOf(bucket)[position] = key.m_Tag;
+    CodesOf(bucket)[position] = code;
+    uint8_t& count = CountsOf(bucket)[position / kSlotsPerChunk];
+    if (position % kSlotsPerChunk == count) {
+        ++count;
+    }
+    bucket.m_FirstFree = position + 1;
     ++s_NbStrings;
     // Measured from the block's start, that is on the header: a count of 2 makes it 2.
     s_TotalMemorySize += static_cast<unsigned int>(std::strlen(GetRealBufferStart(handle)) + 1);
     return true;
 }
 
-unsigned int GlobalStringTable::FindFreePosition(unsigned int bucket) const {
-    const unsigned int end = PositionCount(bucket);
-    unsigned int position = m_Indexes[bucket].m_FirstFree;
-    while (position < end && SlotAt(bucket, position) != nullptr) {
-        ++position;
+unsigned int GlobalStringTable::FindFreePosition(const GlobalStringBucket& bucket) {
+    const unsigned int end = SlotCount(bucket);
+    if (bucket.m_Block == nullptr) {
+        return 0;
     }
-    return position;
+    const uint16_t* tags = TagsOf(bucket);
+    const __m128i freeTag = _mm_setzero_si128();
+    unsigned int group = bucket.m_FirstFree & ~(kScanSlots - 1);
+    uint32_t below = ~0u << (bucket.m_FirstFree - group);
+    for (; group < end; group += kScanSlots, below = ~0u) {
+        if (uint32_t free = MatchTags(tags + group, freeTag) & below) {
+            return std::min(end, group + static_cast<unsigned int>(__builtin_ctz(free)));
+        }
+    }
+    return end;
 }
 
-bool GlobalStringTable::Reserve(unsigned int bucket) {
-    SideIndex& index = m_Indexes[bucket];
-    if (FindFreePosition(bucket) == PositionCount(bucket) && !AppendChunk(bucket)) {
-        return false;
-    }
-    if (index.m_Capacity == 0) {
-        return Rehash(bucket, kMinIndexCapacity);
-    }
-    if (!IsCrowded(index.m_Live + index.m_Tombstones + 1, index.m_Capacity)) {
+bool GlobalStringTable::Grow(GlobalStringBucket& bucket) {
+    // Room for one more chunk than the chain has, or for the first one. Growing by a thirty-second
+    // keeps the unused part of the block small (it counts in every string's cost) and the copies
+    // amortised: a chain of n chunks has been copied about 32n chunks' worth.
+    const bool first = bucket.m_Block == nullptr;
+    const unsigned int needed = first ? 1 : bucket.m_ChunkCount + 1;
+    if (needed <= bucket.m_ChunkCapacity) {
         return true;
     }
-    // Crowded by live entries: grow by half. Crowded by tombstones: rebuild at the same size.
-    bool grow = IsCrowded((index.m_Live + 1) * 3 / 2, index.m_Capacity);
-    return Rehash(bucket, grow ? index.m_Capacity + index.m_Capacity / 2 : index.m_Capacity);
-}
-
-bool GlobalStringTable::AppendChunk(unsigned int bucket) {
-    SideIndex& index = m_Indexes[bucket];
-    if (PositionCount(bucket) + kSlotsPerChunk > kMaxPositions) {
+    if (needed > kMaxChunks) {
         return false;
     }
-    if (index.m_OverflowCount == index.m_OverflowCapacity) {
-        // The chunks move to a larger array and are linked anew; growing by half keeps the unused
-        // part small and the copies amortised.
-        unsigned int capacity = index.m_OverflowCapacity + index.m_OverflowCapacity / 2 + 1;
-        auto* chunks = new (std::nothrow) GlobalStringBucket[capacity]();
-        if (chunks == nullptr) {
-            return false;
-        }
-        std::copy(index.m_Overflow, index.m_Overflow + index.m_OverflowCount, chunks);
-        for (unsigned int chunk = 0; chunk + 1 < index.m_OverflowCount; ++chunk) {
-            chunks[chunk].m_Next = &chunks[chunk + 1];
-        }
-        delete[] index.m_Overflow;
-        index.m_Overflow = chunks;
-        index.m_OverflowCapacity = capacity;
-    }
-    index.m_Overflow[index.m_OverflowCount] = GlobalStringBucket{};
-    ++index.m_OverflowCount;
-    // Relinks the whole chain's head and tail: the array may just have moved.
-    m_Buckets[bucket].m_Next = &index.m_Overflow[0];
-    if (index.m_OverflowCount > 1) {
-        index.m_Overflow[index.m_OverflowCount - 2].m_Next = &index.m_Overflow[index.m_OverflowCount - 1];
-    }
-    return true;
-}
-
-bool GlobalStringTable::Rehash(unsigned int bucket, unsigned int capacity) {
-    SideIndex& index = m_Indexes[bucket];
-    auto* block = static_cast<uint8_t*>(MemoryManager::GlobalMalloc(IndexBytes(capacity), 0));
+    const unsigned int capacity = std::min(kMaxChunks, std::max(needed, needed + needed / 32));
+    auto* block = static_cast<uint8_t*>(MemoryManager::GlobalMalloc(BlockBytes(capacity), 0));
     if (block == nullptr) {
         return false;
     }
-    std::memset(block, 0, TagBytes(capacity));
-    const SideIndex old = index;
-    // Atomic stores: PrefetchIndex reads these three without the lock.
-    std::atomic_ref<uint8_t*>(index.m_Tags).store(block, std::memory_order_relaxed);
-    std::atomic_ref<char**>(index.m_Handles)
-        .store(reinterpret_cast<char**>(block + TagBytes(capacity)), std::memory_order_relaxed);
-    std::atomic_ref<unsigned int>(index.m_Capacity).store(capacity, std::memory_order_relaxed);
-    index.m_Records = reinterpret_cast<uint64_t*>(index.m_Handles + capacity);
-    index.m_Live = 0;
-    index.m_Tombstones = 0;
-    for (unsigned int probe = 0; probe < old.m_Capacity; ++probe) {
-        if (old.m_Tags[probe] > kRemovedTag) {
-            uint64_t record = old.m_Records[probe];
-            IndexHandle(bucket, old.m_Handles[probe], static_cast<uint32_t>(record >> 32),
-                        static_cast<unsigned int>(record));
-        }
+    std::memset(block, 0, BlockBytes(capacity));
+    GlobalStringBucket grown = bucket;
+    grown.m_Block = block;
+    grown.m_ChunkCapacity = capacity;
+    if (!first) {
+        const unsigned int slots = bucket.m_ChunkCapacity * kSlotsPerChunk;
+        std::memcpy(TagsOf(grown), TagsOf(bucket), slots * sizeof(uint16_t));
+        std::memcpy(CodesOf(grown), CodesOf(bucket), slots * sizeof(uint32_t));
+        std::memcpy(CountsOf(grown), CountsOf(bucket), bucket.m_ChunkCapacity);
+        MemoryManager::GlobalFree(bucket.m_Block, 0);
     }
-    if (old.m_Tags != nullptr) {
-        MemoryManager::GlobalFree(old.m_Tags, 0);
-    }
+    bucket.m_Block = block;
+    bucket.m_ChunkCapacity = capacity;
     return true;
 }
 
-void GlobalStringTable::SweepIndex(unsigned int bucket) {
-    SideIndex& index = m_Indexes[bucket];
-    // A sparse index spreads a small bucket over many cache lines: past one live entry in eight it is
-    // rebuilt at a quarter full. Otherwise tombstones, which lengthen every probe that meets them,
-    // are swept out past a quarter of the index, at the same size. Either takes at least a quarter
-    // of the index's size in removals to come round again, so the cost is amortised.
-    if (index.m_Live * 8 < index.m_Capacity && index.m_Capacity > kMinIndexCapacity) {
-        Rehash(bucket, std::max(kMinIndexCapacity, index.m_Live * 4));
-    } else if (index.m_Tombstones * 4 > index.m_Capacity) {
-        Rehash(bucket, index.m_Capacity);
-    }
-}
-
-void GlobalStringTable::IndexHandle(unsigned int bucket, char* handle, uint32_t fingerprint,
-                                    unsigned int position) {
-    SideIndex& index = m_Indexes[bucket];
-    unsigned int probe = PlaceOf(fingerprint, index.m_Capacity);
-    while (index.m_Tags[probe] > kRemovedTag) {
-        probe = NextProbe(probe, index.m_Capacity);
-    }
-    if (index.m_Tags[probe] == kRemovedTag) {
-        --index.m_Tombstones;
-    }
-    index.m_Tags[probe] = TagOf(fingerprint);
-    index.m_Handles[probe] = handle;
-    index.m_Records[probe] = static_cast<uint64_t>(fingerprint) << 32 | position;
-    ++index.m_Live;
+inline char* GlobalStringTable::SlotAt(const GlobalStringBucket& bucket, unsigned int position) const {
+    return TagsOf(bucket)[position] == 0 ? nullptr : m_Codes.Decode(CodesOf(bucket)[position]);
 }
 
 void GlobalStringTable::IncRefCount(char*& handle) {
@@ -461,14 +649,9 @@ void GlobalStringTable::DecRefCount(char*& handle) {
         return;
     }
     EntryHeader& header = HeaderOf(handle);
-    // What Remove needs is read while this reference still keeps the block alive: once the count
-    // falls to 1, another thread's Remove may free it. Only what looks like the last handle pays
-    // for hashing the text; when a race makes it the last after all, Remove searches by address.
-    Key key{ExtractHash(handle), 0, false, true};
-    if (header.m_RefCount.load(std::memory_order_relaxed) <= 2) {
-        key.m_Fingerprint = Fingerprint(handle, header.m_Length);
-        key.m_Known = true;
-    }
+    // The bucket is read while this reference still keeps the block alive: once the count falls
+    // to 1, another thread's Remove may free it.
+    const unsigned int bucket = ExtractHash(handle);
     if (AtomicDecrement(header.m_RefCount) != 1) {
         return;
     }
@@ -477,50 +660,23 @@ void GlobalStringTable::DecRefCount(char*& handle) {
         // The table that held the entry is gone, and with it the lock that Remove takes.
         return;
     }
-    s_Table->Remove(handle, key);
+    s_Table->Remove(handle, bucket);
 }
 
-inline unsigned int GlobalStringTable::FindIndexEntry(char* const& handle, unsigned int bucket,
-                                                      uint32_t fingerprint) const {
-    const SideIndex& index = m_Indexes[bucket];
-    if (index.m_Capacity == 0) {
-        return 0;
-    }
-    const uint8_t tag = TagOf(fingerprint);
-    // Only addresses are compared: the block of a handle that is no longer filed may be freed.
-    for (unsigned int probe = PlaceOf(fingerprint, index.m_Capacity);;
-         probe = NextProbe(probe, index.m_Capacity)) {
-        uint8_t probed = index.m_Tags[probe];
-        if (probed == tag && index.m_Handles[probe] == handle) {
-            return probe;
-        }
-        if (probed == kEmptyTag) {
-            return index.m_Capacity;
-        }
-    }
-}
-
-void GlobalStringTable::Remove(char* const& handle, const Key& key) {
-    if (handle == nullptr) {
+void GlobalStringTable::Remove(char* const& handle, unsigned int bucketIndex) {
+    if (handle == nullptr || bucketIndex >= kBucketCount) {
         return;
     }
     CSLock guard(&m_Lock);
-    SideIndex& index = m_Indexes[key.m_Bucket];
-    uint32_t fingerprint = key.m_Fingerprint;
-    if (!key.m_Known) {
-        // Found by address in the chain, the entry is alive under this lock and may be read.
-        unsigned int position = 0;
-        const unsigned int end = PositionCount(key.m_Bucket);
-        while (position < end && SlotAt(key.m_Bucket, position) != handle) {
-            ++position;
-        }
-        if (position == end) {
-            return;
-        }
-        fingerprint = Fingerprint(handle, HeaderOf(handle).m_Length);
+    GlobalStringBucket& bucket = m_Buckets[bucketIndex];
+    // Only addresses are compared until the entry is found: the block of a handle that is no
+    // longer filed may have been freed.
+    uint32_t code = 0;
+    if (bucket.m_Block == nullptr || !m_Codes.Find(handle, code)) {
+        return;
     }
-    unsigned int probe = FindIndexEntry(handle, key.m_Bucket, fingerprint);
-    if (probe == index.m_Capacity) {
+    const unsigned int position = FindCode(bucket, code);
+    if (position == SlotCount(bucket)) {
         return;  // removed by another thread already
     }
     std::atomic<int32_t>& count = HeaderOf(handle).m_RefCount;
@@ -534,20 +690,15 @@ void GlobalStringTable::Remove(char* const& handle, const Key& key) {
     // Measured on the header again: with a count of 0 this is 1.
     s_TotalMemorySize -= static_cast<unsigned int>(std::strlen(block) + 1);
     MemoryManager::GlobalFree(block, 0);
-    auto position = static_cast<unsigned int>(index.m_Records[probe]);
-    GlobalStringBucket& chunk = ChunkAt(key.m_Bucket, position / kSlotsPerChunk);
-    unsigned int slot = position % kSlotsPerChunk;
-    chunk.m_Entries[slot] = nullptr;
-    if (slot + 1 == chunk.m_Count) {
-        --chunk.m_Count;
+    TagsOf(bucket)[position] = 0;
+    CodesOf(bucket)[position] = 0;
+    uint8_t& chunkCount = CountsOf(bucket)[position / kSlotsPerChunk];
+    if (position % kSlotsPerChunk + 1 == chunkCount) {
+        --chunkCount;
     }
-    index.m_Tags[probe] = kRemovedTag;
-    index.m_Handles[probe] = nullptr;
-    --index.m_Live;
-    ++index.m_Tombstones;
-    index.m_FirstFree = std::min(index.m_FirstFree, position);
+    bucket.m_FirstFree = std::min(bucket.m_FirstFree, position);
+    m_Codes.Release(code);
     --s_NbStrings;
-    SweepIndex(key.m_Bucket);
 }
 
 unsigned int GlobalStringTable::GetLength(char* const& handle) {
@@ -606,11 +757,12 @@ template <typename Visit>
 void GlobalStringTable::ForEachString(Visit visit) const {
     CSLock guard(&m_Lock);
     for (const GlobalStringBucket& bucket : m_Buckets) {
-        for (const GlobalStringBucket* chunk = &bucket; chunk != nullptr; chunk = chunk->m_Next) {
-            for (char* handle : chunk->m_Entries) {
-                if (handle != nullptr) {
-                    visit(handle);
-                }
+        if (bucket.m_Block == nullptr) {
+            continue;
+        }
+        for (unsigned int position = 0; position < SlotCount(bucket); ++position) {
+            if (char* handle = SlotAt(bucket, position)) {
+                visit(handle);
             }
         }
     }
@@ -653,10 +805,14 @@ unsigned int GlobalStringTable::GetBucketChainLength(unsigned int bucket) {
         return 0;
     }
     CSLock guard(&s_Table->m_Lock);
+    const GlobalStringBucket& chain = s_Table->m_Buckets[bucket];
+    if (chain.m_Block == nullptr) {
+        return 0;
+    }
+    const uint8_t* counts = CountsOf(chain);
     unsigned int length = 0;
-    for (const GlobalStringBucket* chunk = &s_Table->m_Buckets[bucket]; chunk != nullptr;
-         chunk = chunk->m_Next) {
-        length += chunk->m_Count;
+    for (unsigned int chunk = 0; chunk < chain.m_ChunkCount; ++chunk) {
+        length += counts[chunk];
     }
     return length;
 }
@@ -666,12 +822,7 @@ unsigned int GlobalStringTable::GetBucketChunkCount(unsigned int bucket) {
         return 0;
     }
     CSLock guard(&s_Table->m_Lock);
-    unsigned int chunks = 0;
-    for (const GlobalStringBucket* chunk = &s_Table->m_Buckets[bucket]; chunk != nullptr;
-         chunk = chunk->m_Next) {
-        ++chunks;
-    }
-    return chunks;
+    return s_Table->m_Buckets[bucket].m_ChunkCount;
 }
 
 char* GlobalStringTable::GetBucketSlot(unsigned int bucket, unsigned int index) {
@@ -679,12 +830,17 @@ char* GlobalStringTable::GetBucketSlot(unsigned int bucket, unsigned int index) 
         return nullptr;
     }
     CSLock guard(&s_Table->m_Lock);
-    const GlobalStringBucket* chunk = &s_Table->m_Buckets[bucket];
-    while (chunk != nullptr && index >= chunk->m_Count) {
-        index -= chunk->m_Count;
-        chunk = chunk->m_Next;
+    const GlobalStringBucket& chain = s_Table->m_Buckets[bucket];
+    if (chain.m_Block == nullptr) {
+        return nullptr;
     }
-    return chunk == nullptr ? nullptr : chunk->m_Entries[index];
+    const uint8_t* counts = CountsOf(chain);
+    unsigned int chunk = 0;
+    while (chunk < chain.m_ChunkCount && index >= counts[chunk]) {
+        index -= counts[chunk];
+        ++chunk;
+    }
+    return chunk == chain.m_ChunkCount ? nullptr : s_Table->SlotAt(chain, chunk * kSlotsPerChunk + index);
 }
 
 size_t GlobalStringTable::GetIndexFootprint() {
@@ -692,12 +848,39 @@ size_t GlobalStringTable::GetIndexFootprint() {
         return 0;
     }
     CSLock guard(&s_Table->m_Lock);
-    size_t bytes = 0;
-    for (const SideIndex& index : s_Table->m_Indexes) {
-        bytes += index.m_OverflowCapacity * sizeof(GlobalStringBucket) +
-                 (index.m_Capacity != 0 ? IndexBytes(index.m_Capacity) : 0);
+    size_t bytes = s_Table->m_Codes.GetFootprint();
+    for (const GlobalStringBucket& bucket : s_Table->m_Buckets) {
+        bytes += bucket.m_Block != nullptr ? BlockBytes(bucket.m_ChunkCapacity) : 0;
     }
     return bytes;
+}
+
+unsigned int GlobalStringTable::GetFarEntryCount() {
+    if (s_Table == nullptr) {
+        return 0;
+    }
+    CSLock guard(&s_Table->m_Lock);
+    return s_Table->m_Codes.GetFarCount();
+}
+
+void GlobalStringTable::SetCodeWindowLimit(unsigned int windows) {
+    if (s_Table != nullptr) {
+        CSLock guard(&s_Table->m_Lock);
+        s_Table->m_Codes.SetWindowLimit(windows);
+    }
+}
+
+bool GlobalStringTable::UseWideInstructions(bool use) {
+    if (s_Table == nullptr) {
+        return false;
+    }
+    CSLock guard(&s_Table->m_Lock);
+    s_Table->m_Wide.store(use && ProcessorHasWideKernels(), std::memory_order_relaxed);
+    return s_Table->m_Wide.load(std::memory_order_relaxed);
+}
+
+bool GlobalStringTable::UsesWideInstructions() {
+    return s_Table != nullptr && s_Table->m_Wide.load(std::memory_order_relaxed);
 }
 
 bool GlobalStringTable::Validate() {
@@ -706,73 +889,70 @@ bool GlobalStringTable::Validate() {
     }
     CSLock guard(&s_Table->m_Lock);
     unsigned int liveEntries = 0;
+    unsigned int farEntries = 0;
     for (unsigned int bucket = 0; bucket < kBucketCount; ++bucket) {
-        if (!s_Table->ValidateBucket(bucket, liveEntries)) {
+        if (!s_Table->ValidateBucket(bucket, liveEntries, farEntries)) {
             return false;
         }
     }
-    return liveEntries == s_NbStrings;
+    return liveEntries == s_NbStrings && farEntries == s_Table->m_Codes.GetFarCount();
 }
 
-bool GlobalStringTable::ValidateBucket(unsigned int bucket, unsigned int& liveEntries) const {
-    const SideIndex& index = m_Indexes[bucket];
-    // The chain is the table's chunk followed by the overflow array, in order.
-    const unsigned int chunkCount = index.m_OverflowCount + 1;
-    const GlobalStringBucket* chunk = &m_Buckets[bucket];
-    for (unsigned int chunkIndex = 0; chunkIndex < chunkCount; ++chunkIndex, chunk = chunk->m_Next) {
-        if (chunk != &ChunkAt(bucket, chunkIndex) || chunk->m_Count > kSlotsPerChunk) {
-            return false;
-        }
+bool GlobalStringTable::ValidateBucket(unsigned int bucketIndex, unsigned int& liveEntries,
+                                       unsigned int& farEntries) const {
+    const GlobalStringBucket& bucket = m_Buckets[bucketIndex];
+    if (bucket.m_Block == nullptr) {
+        return bucket.m_ChunkCount == 1 && bucket.m_ChunkCapacity == 0;
     }
-    if (chunk != nullptr || index.m_OverflowCount > index.m_OverflowCapacity) {
+    if (bucket.m_ChunkCount == 0 || bucket.m_ChunkCount > bucket.m_ChunkCapacity) {
         return false;
     }
-    // Every filed entry is well formed, in its bucket, and found by its own text: a duplicate
-    // earlier in the probe order would be found instead.
-    const unsigned int end = PositionCount(bucket);
-    unsigned int filed = 0;
-    for (unsigned int position = 0; position < end; ++position) {
-        char* handle = SlotAt(bucket, position);
-        if (handle == nullptr) {
+    const uint16_t* tags = TagsOf(bucket);
+    const uint32_t* codes = CodesOf(bucket);
+    const uint8_t* counts = CountsOf(bucket);
+    for (unsigned int position = 0; position < bucket.m_ChunkCapacity * kSlotsPerChunk; ++position) {
+        const unsigned int chunk = position / kSlotsPerChunk;
+        if (tags[position] == 0) {
+            // A free slot; every slot before the first free position is in use.
+            if (position < bucket.m_FirstFree && position < SlotCount(bucket)) {
+                return false;
+            }
             continue;
         }
+        // Live slots lie in the chain, below their chunk's count.
+        if (chunk >= bucket.m_ChunkCount || position % kSlotsPerChunk >= counts[chunk]) {
+            return false;
+        }
+        char* handle = m_Codes.Decode(codes[position]);
+        uint32_t code = 0;
+        if (handle == nullptr || !m_Codes.Find(handle, code) || code != codes[position]) {
+            return false;
+        }
+        // The entry is well formed, in this bucket, and found by its own text: a duplicate earlier
+        // in the chain would be found instead.
         const EntryHeader& header = HeaderOf(handle);
         Key key = MakeKey(handle, header.m_Length);
-        if (position % kSlotsPerChunk >= ChunkAt(bucket, position / kSlotsPerChunk).m_Count ||
-            header.m_Bucket != bucket || key.m_Bucket != bucket || handle[header.m_Length] != '\0' ||
-            header.m_RefCount.load() < 1 || Find(handle, header.m_Length, key) != handle) {
+        if (header.m_Bucket != bucketIndex || key.m_Bucket != bucketIndex || key.m_Tag != tags[position] ||
+            handle[header.m_Length] != '\0' || header.m_RefCount.load() < 1 ||
+            Find(handle, header.m_Length, key) != handle) {
             return false;
         }
-        ++filed;
+        // Both forms of the lookup agree where the processor has the wide one.
+        if (ProcessorHasWideKernels()) {
+            Key wideKey = MakeKeyWide(handle, header.m_Length);
+            if (wideKey.m_Bucket != key.m_Bucket || wideKey.m_Tag != key.m_Tag ||
+                wideKey.m_HasNul != key.m_HasNul || FindWide(handle, header.m_Length, wideKey) != handle) {
+                return false;
+            }
+        }
+        farEntries += m_Codes.IsFar(code) ? 1 : 0;
+        ++liveEntries;
     }
-    for (unsigned int position = 0; position < std::min(index.m_FirstFree, end); ++position) {
-        if (SlotAt(bucket, position) == nullptr) {
+    for (unsigned int chunk = 0; chunk < bucket.m_ChunkCapacity; ++chunk) {
+        if (counts[chunk] > kSlotsPerChunk || (chunk >= bucket.m_ChunkCount && counts[chunk] != 0)) {
             return false;
         }
     }
-    // The side index holds exactly one live entry per filed handle, and room to probe.
-    unsigned int live = 0;
-    unsigned int tombstones = 0;
-    for (unsigned int probe = 0; probe < index.m_Capacity; ++probe) {
-        uint8_t tag = index.m_Tags[probe];
-        if (tag <= kRemovedTag) {
-            tombstones += tag == kRemovedTag ? 1 : 0;
-            continue;
-        }
-        char* handle = index.m_Handles[probe];
-        auto fingerprint = static_cast<uint32_t>(index.m_Records[probe] >> 32);
-        auto position = static_cast<unsigned int>(index.m_Records[probe]);
-        if (position >= end || SlotAt(bucket, position) != handle || tag != TagOf(fingerprint) ||
-            fingerprint != Fingerprint(handle, HeaderOf(handle).m_Length)) {
-            return false;
-        }
-        ++live;
-    }
-    if (live != filed || live != index.m_Live || tombstones != index.m_Tombstones ||
-        (index.m_Capacity != 0 && IsCrowded(live + tombstones, index.m_Capacity))) {
-        return false;
-    }
-    liveEntries += filed;
     return true;
 }
 

@@ -2,6 +2,11 @@
 // absl::flat_hash_set<std::string> behind a std::mutex, copy and compare of handles against
 // std::string, and the memory one interned string costs. Run it with no arguments; it ends with a
 // table of per-operation times and ratios.
+//
+// The machines this runs on are shared, and their speed drifts within a run. So each benchmark of
+// one set alone is repeated, the repetitions of all of them are run in a random interleaved order
+// (unless the command line says otherwise), and the table takes the median of each one's
+// repetitions; every time is the thread's processor time.
 #include "CoreLib/CoreLibSDM.h"
 #include "CoreLib/FixedString.h"
 #include "CoreLib/GlobalStringTable.h"
@@ -10,10 +15,11 @@
 #include <absl/container/flat_hash_set.h>
 #include <benchmark/benchmark.h>
 #include <malloc.h>
+#include <time.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
+#include <cstring>
 #include <map>
 #include <mutex>
 #include <random>
@@ -166,17 +172,20 @@ void BM_Lookup(benchmark::State& state) {
     strings.Clear();
 }
 
-#define STRING_SET_BENCHMARKS(Strings)     \
-    BENCHMARK_TEMPLATE(BM_Intern, Strings) \
-        ->Arg(10000)                       \
-        ->Arg(100000)                      \
-        ->Arg(1000000)                     \
-        ->Unit(benchmark::kMillisecond);   \
-    BENCHMARK_TEMPLATE(BM_Lookup, Strings) \
-        ->Arg(10000)                       \
-        ->Arg(100000)                      \
-        ->Arg(1000000)                     \
-        ->Unit(benchmark::kMillisecond)
+// Seven repetitions of each size up to 10^5, three of 10^6 (each of which interns a million texts).
+#define STRING_SET_BENCHMARKS(Strings)                                                                   \
+    BENCHMARK_TEMPLATE(BM_Intern, Strings)                                                               \
+        ->Arg(10000)                                                                                     \
+        ->Arg(100000)                                                                                    \
+        ->Repetitions(7)                                                                                 \
+        ->Unit(benchmark::kMillisecond);                                                                 \
+    BENCHMARK_TEMPLATE(BM_Intern, Strings)->Arg(1000000)->Repetitions(3)->Unit(benchmark::kMillisecond); \
+    BENCHMARK_TEMPLATE(BM_Lookup, Strings)                                                               \
+        ->Arg(10000)                                                                                     \
+        ->Arg(100000)                                                                                    \
+        ->Repetitions(7)                                                                                 \
+        ->Unit(benchmark::kMillisecond);                                                                 \
+    BENCHMARK_TEMPLATE(BM_Lookup, Strings)->Arg(1000000)->Repetitions(3)->Unit(benchmark::kMillisecond)
 
 STRING_SET_BENCHMARKS(FixedStrings);
 STRING_SET_BENCHMARKS(StdUnorderedSet);
@@ -228,14 +237,23 @@ BENCHMARK_TEMPLATE(BM_Compare, std::string);
 
 // ---- the summary -----------------------------------------------------------------------------------
 
-// Keeps each run's seconds per operation for the table printed at the end.
+double Median(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    return values.empty() ? 0.0 : values[values.size() / 2];
+}
+
+// Keeps each run's seconds per operation for the table printed at the end, which gives the median
+// of each benchmark's repetitions.
 class SummaryReporter : public benchmark::ConsoleReporter {
 public:
     void ReportRuns(const std::vector<Run>& runs) override {
         for (const Run& run : runs) {
             auto counter = run.counters.find("per_op");
             if (run.run_type == Run::RT_Iteration && counter != run.counters.end()) {
-                m_NanosecondsPerOp[run.benchmark_name()] = counter->second.value * 1e9;
+                // Keyed without the repetition count: "BM_Lookup<FixedStrings>/100000".
+                std::string name =
+                    run.run_name.function_name + (run.run_name.args.empty() ? "" : "/" + run.run_name.args);
+                m_NanosecondsPerOp[name].push_back(counter->second.value * 1e9);
             }
         }
         ConsoleReporter::ReportRuns(runs);
@@ -243,13 +261,13 @@ public:
 
     double Get(const std::string& name) const {
         auto found = m_NanosecondsPerOp.find(name);
-        return found == m_NanosecondsPerOp.end() ? 0.0 : found->second;
+        return found == m_NanosecondsPerOp.end() ? 0.0 : Median(found->second);
     }
 
     void PrintTable() const {
         std::printf(
-            "\nPer operation (ns) and FixedString's speed relative to each peer (peer time / FixedString "
-            "time):\n");
+            "\nEach set alone, medians of the repetitions: per operation (ns) and FixedString's speed "
+            "relative to each peer (peer time / FixedString time):\n");
         std::printf("%-8s %9s %12s %12s %12s %10s %10s\n", "", "strings", "FixedString", "unordered",
                     "flat_hash", "vs unord.", "vs absl");
         for (const char* operation : {"BM_Intern", "BM_Lookup"}) {
@@ -271,28 +289,29 @@ public:
     }
 
 private:
-    std::map<std::string, double> m_NanosecondsPerOp;
+    std::map<std::string, std::vector<double>> m_NanosecondsPerOp;
 };
 
 // ---- paired rounds -------------------------------------------------------------------------------
 
-// The machines this runs on are shared: a run's times swing by a factor of two from one process to
-// the next. Here the three sets are built side by side in one process and measured in alternating
-// rounds over the same texts, so each round compares them under the same conditions; the medians
-// of the rounds are reported.
-double Median(std::vector<double> values) {
-    std::sort(values.begin(), values.end());
-    return values[values.size() / 2];
+// Here the three sets are built side by side in one process and measured in alternating rounds
+// over the same texts, so each round compares them under the same conditions; the medians of the
+// rounds are reported.
+
+// The calling thread's processor time: time the thread spent waiting for a processor does not count.
+double ThreadNanoseconds() {
+    timespec now{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+    return static_cast<double>(now.tv_sec) * 1e9 + static_cast<double>(now.tv_nsec);
 }
 
 template <typename Strings>
 double TimeLookups(Strings& strings, const std::vector<const std::string*>& order) {
-    auto start = std::chrono::steady_clock::now();
+    double start = ThreadNanoseconds();
     for (const std::string* text : order) {
         benchmark::DoNotOptimize(strings.Lookup(*text));
     }
-    double nanoseconds =
-        std::chrono::duration<double, std::nano>(std::chrono::steady_clock::now() - start).count();
+    double nanoseconds = ThreadNanoseconds() - start;
     strings.EndRound();
     return nanoseconds / static_cast<double>(order.size());
 }
@@ -300,12 +319,11 @@ double TimeLookups(Strings& strings, const std::vector<const std::string*>& orde
 template <typename Strings>
 double TimeInterning(Strings& strings, const std::vector<std::string>& texts) {
     strings.Reserve(texts.size());
-    auto start = std::chrono::steady_clock::now();
+    double start = ThreadNanoseconds();
     for (const std::string& text : texts) {
         strings.Intern(text);
     }
-    double nanoseconds =
-        std::chrono::duration<double, std::nano>(std::chrono::steady_clock::now() - start).count();
+    double nanoseconds = ThreadNanoseconds() - start;
     strings.Clear();
     return nanoseconds / static_cast<double>(texts.size());
 }
@@ -353,14 +371,20 @@ void PairedRounds(size_t count, int rounds) {
 
 // ---- memory -----------------------------------------------------------------------------------------
 
-// Bytes of the busy blocks of a heap, each with its header and rounding.
-size_t BusyBytes(zn::platform::PlatformHeap* heap) {
+// Bytes of the busy blocks of a heap, each with its header and rounding; entryBytes gets those of
+// the blocks that start at one of entryBlocks.
+size_t BusyBytes(zn::platform::PlatformHeap* heap, const std::unordered_set<const void*>& entryBlocks,
+                 size_t& entryBytes) {
     zn::platform::HeapLock(heap);
     zn::platform::HeapWalkEntry entry{};
     size_t bytes = 0;
+    entryBytes = 0;
     while (zn::platform::HeapWalk(heap, &entry)) {
         if (entry.wFlags & zn::platform::PROCESS_HEAP_ENTRY_BUSY) {
             bytes += entry.cbData + entry.cbOverhead;
+            if (entryBlocks.count(entry.lpData) != 0) {
+                entryBytes += entry.cbData + entry.cbOverhead;
+            }
         }
     }
     zn::platform::HeapUnlock(heap);
@@ -368,8 +392,9 @@ size_t BusyBytes(zn::platform::PlatformHeap* heap) {
 }
 
 // Interns count new identifiers into an empty table and reports what each costs beyond its
-// characters: the entry blocks and side indexes in the "GLOBAL" heap, the overflow chunks from the
-// run-time's new, all with their allocators' headers and rounding, and the table object's share.
+// characters: the entry blocks, and the table's own blocks beside them (the buckets' arrays), all
+// in the "GLOBAL" heap with its headers and rounding as a heap walk sees them; anything the
+// run-time's allocator gave; and the table object's share.
 void MeasureMemory(size_t count) {
     zn::CoreLibSDM::Shutdown();
     zn::CoreLibSDM::Init();
@@ -380,35 +405,53 @@ void MeasureMemory(size_t count) {
     }
     std::vector<zn::FixedString> held;
     held.reserve(count);
+    std::unordered_set<const void*> entryBlocks;
+    entryBlocks.reserve(count);
     zn::platform::PlatformHeap* heap = zn::platform::GetProcessHeap();
-    size_t heapBefore = BusyBytes(heap);
-    size_t mallocBefore = mallinfo2().uordblks;
+    size_t entryBytesBefore = 0;
+    size_t heapBefore = BusyBytes(heap, entryBlocks, entryBytesBefore);
+    size_t runTimeBefore = mallinfo2().uordblks;
     size_t indexBefore = zn::GlobalStringTable::GetIndexFootprint();
     for (const std::string& text : texts) {
         held.emplace_back(text.data(), static_cast<int>(text.size()));
     }
-    double heapBytes = static_cast<double>(BusyBytes(heap) - heapBefore);
-    double chunkBytes = static_cast<double>(mallinfo2().uordblks - mallocBefore);
-    double indexBytes = static_cast<double>(zn::GlobalStringTable::GetIndexFootprint() - indexBefore);
-    double tableBytes = sizeof(zn::GlobalStringTable);
+    double runTimeBytes = static_cast<double>(mallinfo2().uordblks) - static_cast<double>(runTimeBefore);
+    double indexRequested = static_cast<double>(zn::GlobalStringTable::GetIndexFootprint() - indexBefore);
+    // The set of block addresses comes from the run-time's allocator, after its count was taken.
+    for (const zn::FixedString& string : held) {
+        entryBlocks.insert(string.ToChar() - 8);
+    }
+    size_t entryBytes = 0;
+    double heapBytes = static_cast<double>(BusyBytes(heap, entryBlocks, entryBytes) - heapBefore);
     double strings = static_cast<double>(count);
-    double total = (heapBytes + chunkBytes + tableBytes - static_cast<double>(characters)) / strings;
+    double entryShare = static_cast<double>(entryBytes) - static_cast<double>(characters);
+    double tableShare = sizeof(zn::GlobalStringTable);
+    double total = heapBytes + runTimeBytes + tableShare - static_cast<double>(characters);
     std::printf(
-        "%zu strings, %.1f characters on average: %.1f bytes per string beyond its characters "
-        "(GLOBAL heap blocks %.1f, overflow chunks %.1f, table object %.1f; of these the slots and side "
-        "index "
-        "as requested %.1f)\n",
-        count, static_cast<double>(characters) / strings, total, heapBytes / strings, chunkBytes / strings,
-        tableBytes / strings, indexBytes / strings);
+        "%zu strings, %.1f characters on average: %.1f bytes per string beyond its characters\n"
+        "    entry blocks beyond their characters %.1f, the table's other blocks in \"GLOBAL\" %.1f (%.1f as "
+        "requested), run-time allocations %.1f, table object %.1f\n",
+        count, static_cast<double>(characters) / strings, total / strings, entryShare / strings,
+        (heapBytes - static_cast<double>(entryBytes)) / strings, indexRequested / strings,
+        runTimeBytes / strings, tableShare / strings);
     held.clear();
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+    // Interleaved repetitions unless the command line chooses.
+    std::vector<char*> arguments(argv, argv + argc);
+    std::string interleaving = "--benchmark_enable_random_interleaving=true";
+    if (std::none_of(arguments.begin(), arguments.end(), [](const char* argument) {
+            return std::strncmp(argument, "--benchmark_enable_random_interleaving", 38) == 0;
+        })) {
+        arguments.push_back(interleaving.data());
+    }
+    int argumentCount = static_cast<int>(arguments.size());
     zn::CoreLibSDM::Init();
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
+    benchmark::Initialize(&argumentCount, arguments.data());
+    if (benchmark::ReportUnrecognizedArguments(argumentCount, arguments.data())) {
         return 1;
     }
     SummaryReporter reporter;

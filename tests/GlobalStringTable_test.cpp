@@ -395,6 +395,336 @@ TEST_F(StringTableTest, TextsEqualUpToAnEmbeddedNulAreOneEntryInOneBucket) {
     }
 }
 
+// ---- the chains against a model of chunks ---------------------------------------------------------
+
+// The chain of one bucket as linked chunks of 10 slots, each with its count, changed exactly as an
+// addition and a removal are described: an addition takes the first null slot in chain order and
+// counts it if it is the chunk's next one, or a new chunk; a removal clears the slot and uncounts
+// it only if it was the chunk's last counted one. Empty chunks stay.
+class ChunkChainModel {
+public:
+    void Add(char* handle) {
+        for (Chunk& chunk : m_Chunks) {
+            for (unsigned int slot = 0; slot < 10; ++slot) {
+                if (chunk.slots[slot] == nullptr) {
+                    chunk.slots[slot] = handle;
+                    chunk.count += slot == chunk.count ? 1 : 0;
+                    return;
+                }
+            }
+        }
+        m_Chunks.push_back(Chunk{});
+        m_Chunks.back().slots[0] = handle;
+        m_Chunks.back().count = 1;
+    }
+    void Remove(char* handle) {
+        for (Chunk& chunk : m_Chunks) {
+            for (unsigned int slot = 0; slot < 10; ++slot) {
+                if (chunk.slots[slot] == handle) {
+                    chunk.slots[slot] = nullptr;
+                    chunk.count -= slot + 1 == chunk.count ? 1 : 0;
+                    return;
+                }
+            }
+        }
+    }
+    // The chain's elements by index, chunks skipped by their counts.
+    std::vector<char*> Elements() const {
+        std::vector<char*> elements;
+        for (const Chunk& chunk : m_Chunks) {
+            elements.insert(elements.end(), chunk.slots.begin(), chunk.slots.begin() + chunk.count);
+        }
+        return elements;
+    }
+    size_t ChunkCount() const { return m_Chunks.size(); }
+
+private:
+    struct Chunk {
+        std::array<char*, 10> slots{};
+        unsigned int count = 0;
+    };
+    std::vector<Chunk> m_Chunks{1};
+};
+
+TEST_F(StringTableTest, ALongChainKeepsItsSlotsAsLinkedChunksWould) {
+    unsigned int bucket = 0;
+    std::vector<std::string> texts;
+    ASSERT_TRUE(FindTextsInOneBucket("model_chain_", 320, texts, bucket));
+    std::mt19937 random(77);
+    ChunkChainModel model;
+    std::map<std::string, char*> held;
+    for (int step = 0; step < 4000; ++step) {
+        const std::string& text = texts[random() % (step < 600 ? texts.size() : texts.size() / 2)];
+        auto found = held.find(text);
+        if (found == held.end()) {
+            char* handle = Table::Add(text.c_str(), -1);
+            model.Add(handle);
+            held.emplace(text, handle);
+        } else if (random() % 3 == 0) {
+            model.Remove(found->second);
+            Table::DecRefCount(found->second);
+            held.erase(found);
+        }
+        if (step % 500 == 499) {
+            ASSERT_EQ(ChainElements(bucket), model.Elements()) << step;
+            ASSERT_EQ(Table::GetBucketChunkCount(bucket), model.ChunkCount()) << step;
+            ASSERT_TRUE(Table::Validate()) << step;
+        }
+    }
+    EXPECT_GE(model.ChunkCount(), 20u) << "the chain grew through many blocks";
+    for (auto& [text, handle] : held) {
+        char* again = Table::Add(text.c_str(), -1);
+        EXPECT_EQ(again, handle) << text;
+        Table::DecRefCount(again);
+        model.Remove(handle);
+        Table::DecRefCount(handle);
+    }
+    // Emptied, the chain keeps its chunks and the counts over holes that removals left.
+    std::vector<char*> elements = model.Elements();
+    EXPECT_EQ(ChainElements(bucket), elements);
+    EXPECT_TRUE(std::all_of(elements.begin(), elements.end(), [](char* slot) { return slot == nullptr; }));
+    EXPECT_EQ(Table::GetBucketChunkCount(bucket), model.ChunkCount());
+}
+
+// ---- entry codes -----------------------------------------------------------------------------------
+
+// A handle as the heap's 16-aligned blocks give them: 8 past a multiple of 16.
+char* FakeHandle(uint64_t address) {
+    return reinterpret_cast<char*>(static_cast<uintptr_t>(address));
+}
+
+class StringCodesTest : public CoreLibFixture {};
+
+TEST_F(StringCodesTest, HandlesOfOneWindowDecodeToThemselves) {
+    GlobalStringCodes codes;
+    std::vector<uint32_t> given;
+    for (uint64_t offset : {uint64_t{0}, uint64_t{16}, uint64_t{4096}, (uint64_t{1} << 33) - 16}) {
+        char* handle = FakeHandle(0x7F2400000008ull + offset);
+        uint32_t code = 0;
+        ASSERT_TRUE(codes.Assign(handle, code));
+        EXPECT_FALSE(codes.IsFar(code));
+        EXPECT_EQ(codes.Decode(code), handle);
+        uint32_t found = 0;
+        EXPECT_TRUE(codes.Find(handle, found));
+        EXPECT_EQ(found, code);
+        given.push_back(code);
+    }
+    EXPECT_EQ(codes.GetWindowCount(), 1u) << "all four lie in one 8 GiB window";
+    std::sort(given.begin(), given.end());
+    EXPECT_EQ(std::unique(given.begin(), given.end()), given.end());
+    EXPECT_EQ(codes.GetFarCount(), 0u);
+    EXPECT_EQ(codes.GetFootprint(), 0u);
+    uint32_t none = 0;
+    EXPECT_FALSE(codes.Find(FakeHandle(0x3F2400000008ull), none)) << "a window never seen";
+}
+
+TEST_F(StringCodesTest, AnEighthWindowAndOddAddressesGoToTheFarList) {
+    GlobalStringCodes codes;
+    std::vector<std::pair<char*, uint32_t>> given;
+    for (uint64_t window = 0; window < 9; ++window) {
+        char* handle = FakeHandle(0x100000000008ull + (window << 33) + 48 * window);
+        uint32_t code = 0;
+        ASSERT_TRUE(codes.Assign(handle, code));
+        EXPECT_EQ(codes.IsFar(code), window >= 7) << window;
+        given.emplace_back(handle, code);
+    }
+    for (char* odd :
+         {FakeHandle(0x7F2400000000ull), FakeHandle(0x7F2400000004ull), FakeHandle(0x7F240000000Cull)}) {
+        uint32_t code = 0;
+        ASSERT_TRUE(codes.Assign(odd, code));
+        EXPECT_TRUE(codes.IsFar(code));
+        given.emplace_back(odd, code);
+    }
+    EXPECT_EQ(codes.GetWindowCount(), 7u);
+    EXPECT_EQ(codes.GetFarCount(), 5u);
+    for (const auto& [handle, code] : given) {
+        EXPECT_EQ(codes.Decode(code), handle);
+        uint32_t found = 0;
+        EXPECT_TRUE(codes.Find(handle, found));
+        EXPECT_EQ(found, code);
+    }
+    // A released far slot is the next one given.
+    codes.Release(given[8].second);
+    EXPECT_EQ(codes.GetFarCount(), 4u);
+    uint32_t found = 0;
+    EXPECT_FALSE(codes.Find(given[8].first, found));
+    uint32_t again = 0;
+    ASSERT_TRUE(codes.Assign(FakeHandle(0x7F3400000008ull), again));
+    EXPECT_EQ(again, given[8].second);
+    codes.Release(given[0].second);
+    EXPECT_EQ(codes.GetFarCount(), 5u) << "a window code holds no slot";
+}
+
+TEST_F(StringCodesTest, TheFarListGrowsAndAWindowLimitFillsIt) {
+    GlobalStringCodes codes;
+    codes.SetWindowLimit(0);
+    std::vector<std::pair<char*, uint32_t>> given;
+    for (uint64_t index = 0; index < 40; ++index) {
+        char* handle = FakeHandle(0x7F2400000008ull + 16 * index);
+        uint32_t code = 0;
+        ASSERT_TRUE(codes.Assign(handle, code));
+        EXPECT_TRUE(codes.IsFar(code));
+        given.emplace_back(handle, code);
+    }
+    EXPECT_EQ(codes.GetWindowCount(), 0u);
+    EXPECT_EQ(codes.GetFarCount(), 40u);
+    EXPECT_GE(codes.GetFootprint(), 40 * sizeof(char*));
+    for (const auto& [handle, code] : given) {
+        EXPECT_EQ(codes.Decode(code), handle);
+    }
+    // With windows allowed again, a new handle takes one; the far ones keep their codes.
+    codes.SetWindowLimit(7);
+    uint32_t code = 0;
+    ASSERT_TRUE(codes.Assign(FakeHandle(0x7F2400001008ull), code));
+    EXPECT_FALSE(codes.IsFar(code));
+    uint32_t found = 0;
+    ASSERT_TRUE(codes.Find(given[3].first, found));
+    EXPECT_EQ(found, given[3].second);
+}
+
+TEST_F(StringTableTest, EntriesWithoutAWindowAreFoundAndFreedThroughTheFarList) {
+    unsigned int bucket = 0;
+    std::vector<std::string> texts;
+    ASSERT_TRUE(FindTextsInOneBucket("far_entry_", 30, texts, bucket));
+    Table::SetCodeWindowLimit(0);
+    std::vector<char*> handles;
+    for (const std::string& text : texts) {
+        handles.push_back(Table::Add(text.c_str(), -1));
+    }
+    EXPECT_EQ(Table::GetFarEntryCount(), 30u);
+    EXPECT_EQ(ChainElements(bucket), handles);
+    EXPECT_TRUE(Table::Validate());
+    Table::SetCodeWindowLimit(7);
+    for (bool wide : {false, true}) {
+        Table::UseWideInstructions(wide);
+        for (size_t index = 0; index < texts.size(); ++index) {
+            char* again = Table::Add(texts[index].c_str(), -1);
+            EXPECT_EQ(again, handles[index]);
+            Table::DecRefCount(again);
+        }
+    }
+    for (size_t index = 0; index < handles.size(); index += 2) {
+        Table::DecRefCount(handles[index]);
+    }
+    EXPECT_EQ(Table::GetFarEntryCount(), 15u);
+    EXPECT_TRUE(Table::Validate());
+    for (size_t index = 1; index < handles.size(); index += 2) {
+        Table::DecRefCount(handles[index]);
+    }
+    EXPECT_EQ(Table::GetFarEntryCount(), 0u);
+}
+
+// ---- the two forms of a lookup ---------------------------------------------------------------------
+
+bool ProcessorHasAvx512() {
+    return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw");
+}
+
+TEST_F(StringTableTest, WideInstructionsAreUsedWhereTheProcessorHasThem) {
+    EXPECT_EQ(Table::UsesWideInstructions(), ProcessorHasAvx512());
+    EXPECT_FALSE(Table::UseWideInstructions(false));
+    EXPECT_FALSE(Table::UsesWideInstructions());
+    EXPECT_EQ(Table::UseWideInstructions(true), ProcessorHasAvx512());
+}
+
+// Texts of every length from 0 to 200 (so 64-byte blocks and their remainders) and of random bytes,
+// signed ones included, interned in one form and looked up in the other.
+TEST_F(StringTableTest, BothFormsHashFindAndCompareAlike) {
+    std::mt19937 random(4321);
+    std::vector<std::string> texts;
+    for (size_t length = 0; length <= 200; ++length) {
+        for (int variant = 0; variant < 3; ++variant) {
+            std::string text(length, ' ');
+            for (char& c : text) {
+                c = static_cast<char>(1 + random() % 255);
+            }
+            texts.push_back(text);
+        }
+    }
+    for (bool internWide : {false, true}) {
+        Table::UseWideInstructions(internWide);
+        std::vector<char*> handles;
+        for (const std::string& text : texts) {
+            char* handle = Table::Add(text.data(), static_cast<int>(text.size()));
+            ASSERT_EQ(Table::GetBucket(handle), ReferenceBucket(text)) << text.size();
+            handles.push_back(handle);
+        }
+        Table::UseWideInstructions(!internWide);
+        for (size_t index = 0; index < texts.size(); ++index) {
+            std::string copy = texts[index];
+            char* found = Table::Add(copy.data(), static_cast<int>(copy.size()));
+            ASSERT_EQ(found, handles[index]) << texts[index].size();
+            // One byte changed anywhere is another text.
+            if (!copy.empty()) {
+                copy[random() % copy.size()] ^= 0x40;
+                char* other = Table::Add(copy.data(), static_cast<int>(copy.size()));
+                EXPECT_NE(other, handles[index]);
+                Table::DecRefCount(other);
+            }
+            Table::DecRefCount(found);
+        }
+        EXPECT_TRUE(Table::Validate());
+        for (char*& handle : handles) {
+            Table::DecRefCount(handle);
+        }
+    }
+}
+
+TEST_F(StringTableTest, BothFormsMeetTextsEqualUpToAnEmbeddedNul) {
+    // Equal before the NUL and of one length: strncmp finds them equal, so where they share a
+    // bucket they are one entry, whichever form interned and whichever looks up.
+    std::map<unsigned int, std::string> firstByBucket;
+    std::string first;
+    std::string second;
+    for (int number = 0; second.empty(); ++number) {
+        std::string text = std::string("wide\0", 5) + std::to_string(number);
+        text.resize(70, '.');  // more than one 64-byte block
+        auto [it, inserted] = firstByBucket.emplace(ReferenceBucket(text), text);
+        if (!inserted) {
+            first = it->second;
+            second = text;
+        }
+    }
+    for (bool wide : {false, true}) {
+        Table::UseWideInstructions(wide);
+        char* handle = Table::Add(first.data(), 70);
+        Table::UseWideInstructions(!wide);
+        EXPECT_EQ(Table::Add(second.data(), 70), handle);
+        EXPECT_EQ(Table::GetRefCount(handle), 3u);
+        Table::DecRefCount(handle);
+        Table::DecRefCount(handle);
+        EXPECT_EQ(Table::s_NbStrings, m_StringsAtStart);
+    }
+}
+
+// ---- memory ------------------------------------------------------------------------------------------
+
+TEST_F(StringTableTest, TheBucketsKeepAboutSixBytesAString) {
+    // A fingerprint (2 bytes) and a code (4) a slot, the chunk counts, the last chunks' free slots
+    // and the blocks' room to grow: of 100 000 strings in 513 buckets, none of these is large.
+    const size_t footprintBefore = Table::GetIndexFootprint();
+    std::vector<FixedString> strings;
+    strings.reserve(100000);
+    for (int index = 0; index < 100000; ++index) {
+        strings.emplace_back(("memory/" + std::to_string(index * 7919) + ".key").c_str());
+    }
+    const size_t footprint = Table::GetIndexFootprint();
+    double perString = static_cast<double>(footprint - footprintBefore) / 100000.0;
+    EXPECT_GE(perString, 6.0);
+    EXPECT_LE(perString, 6.6);
+    // Chunks stay, so their blocks keep their size; the same strings again fill the same slots.
+    std::vector<std::string> texts;
+    for (const FixedString& string : strings) {
+        texts.emplace_back(string.ToChar());
+    }
+    strings.clear();
+    EXPECT_EQ(Table::GetIndexFootprint(), footprint);
+    for (const std::string& text : texts) {
+        strings.emplace_back(text.c_str());
+    }
+    EXPECT_EQ(Table::GetIndexFootprint(), footprint);
+}
+
 // ---- statistics -------------------------------------------------------------------------------
 
 TEST_F(StringTableTest, TotalMemorySizeIsMeasuredOnTheHeader) {
