@@ -25,21 +25,21 @@ void CollectPackPaths(ObjectSet<Path>& found) {
 }
 
 // The key of a path in every pack: its text relative to the media root. A lookup runs for every
-// file a game opens, so a key of plain ASCII, the common case, is made on the stack and never
-// interned; any other is converted and interned. Both are made inside a string-table bracket.
+// file a game opens, so a key of plain ASCII, the common case, is made on the stack and touches
+// nothing shared; any other is converted and interned inside a string-table bracket.
 class PackKey {
 public:
     explicit PackKey(const Path& path) {
-        GlobalStringTable::RequestTable();
         const wchar_t* text = nullptr;
         unsigned int length = 0;
         path.GetPathComponent(Path::RelativeFilePath, text, length);
         if (!CopyAscii(text, length)) {
+            GlobalStringTable::RequestTable();
             path.GetPathComponent(Path::RelativeFilePath, m_Interned);
             m_Text = m_Interned.ToChar() != nullptr ? m_Interned.ToChar() : "";
             m_Length = m_Interned.GetLength();
+            GlobalStringTable::ReleaseTable();
         }
-        GlobalStringTable::ReleaseTable();
     }
 
     FileTrieNode* FindIn(PackedFile* pack) const { return pack->GetTOC()->Find(m_Text, m_Length); }
@@ -49,11 +49,15 @@ private:
         if (length >= sizeof(m_Buffer)) {
             return false;
         }
+        // Copied whole and checked after: a loop without an early exit runs in vector steps.
+        unsigned int outside = 0;
         for (unsigned int index = 0; index < length; ++index) {
-            if (text[index] <= 0 || text[index] >= 0x80) {
-                return false;
-            }
-            m_Buffer[index] = static_cast<char>(text[index]);
+            auto character = static_cast<uint32_t>(text[index]);
+            outside |= static_cast<unsigned int>(character - 1 >= 0x7F);
+            m_Buffer[index] = static_cast<char>(character);
+        }
+        if (outside != 0) {
+            return false;
         }
         m_Buffer[length] = '\0';
         m_Text = m_Buffer;

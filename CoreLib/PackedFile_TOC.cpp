@@ -3,6 +3,7 @@
 
 #include "CoreLib/FileSystem.h"
 #include "CoreLib/FileWriter.h"
+#include "CoreLib/HashKernels.h"
 #include "CoreLib/Localization.h"
 #include "CoreLib/MemoryManager.h"
 #include "CoreLib/PackedFile.h"
@@ -20,6 +21,14 @@ constexpr char kSeparator = '/';
 // the working folder.
 bool IsRootOutsidePacks(Path::ERoot root) {
     return root == Path::ROOT_APP_USER || root == Path::ROOT_BINARY || root == Path::ROOT_WORKING;
+}
+
+// The low 8 bytes with the ASCII capitals made small, as the pack hash folds them; bytes above 0x7F
+// are negative as signed chars and stay as they are.
+inline __m128i FoldCapitals(__m128i bytes) {
+    __m128i capitals = _mm_and_si128(_mm_cmpgt_epi8(bytes, _mm_set1_epi8('A' - 1)),
+                                     _mm_cmplt_epi8(bytes, _mm_set1_epi8('Z' + 1)));
+    return _mm_add_epi8(bytes, _mm_and_si128(capitals, _mm_set1_epi8('a' - 'A')));
 }
 
 // strncasecmp for names: only ASCII letters fold, as in the hash.
@@ -175,9 +184,12 @@ unsigned int PackedFile_TOC::KeyStart(const char* keyText, unsigned int keyLengt
     const STDString& rootName = m_Root->GetName();
     // A path's interned text holds the media root; a stored name does not. Both land on the same
     // nodes once the root and its separator are skipped.
-    bool isRoot = rootName.Equals(keyText);
+    // Keys end at their terminator: one shorter than the root, or without a terminator at the
+    // root's length, cannot be the root; one shorter cannot hold it either.
+    const unsigned int rootLength = rootName.Length();
+    bool isRoot = rootLength <= keyLength && keyText[rootLength] == '\0' && rootName.Equals(keyText);
     bool holdsRoot =
-        !rootName.IsEmpty() && keyLength > 0 && std::strstr(keyText, rootName.ToChar()) != nullptr;
+        rootLength != 0 && keyLength >= rootLength && std::strstr(keyText, rootName.ToChar()) != nullptr;
     if (isRoot || holdsRoot) {
         unsigned int skipped = rootName.Length() + 1;
         return skipped < keyLength ? skipped : keyLength;
@@ -301,9 +313,22 @@ bool PackedFile_TOC::FindIndexed(const char* text, unsigned int length, FileTrie
         return false;
     }
     // One pass hashes the name as the nodes' path hashes were made and turns away what only the
-    // walk answers: an empty component, or a terminator inside the text.
+    // walk answers: an empty component, or a terminator inside the text. Eight bytes at a time
+    // while they last: this is most of a lookup's work.
     unsigned int hash = 0;
-    for (unsigned int index = 0; index < length; ++index) {
+    unsigned int index = 0;
+    unsigned int separatorBefore = 0;
+    for (; index + 8 <= length; index += 8) {
+        __m128i bytes = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(text + index));
+        unsigned int separators = hashing::BytesEqualTo(bytes, kSeparator);
+        if (hashing::BytesEqualTo(bytes, '\0') != 0 ||
+            (separators & (separators << 1 | separatorBefore)) != 0) {
+            return false;
+        }
+        separatorBefore = separators >> 7;
+        hash = hash * hashing::PowerOf33(8) + hashing::HashWord(FoldCapitals(bytes));
+    }
+    for (; index < length; ++index) {
         char character = text[index];
         if (character == '\0' || (character == kSeparator && text[index - 1] == kSeparator)) {
             return false;
@@ -329,8 +354,12 @@ bool PackedFile_TOC::FindIndexed(const char* text, unsigned int length, FileTrie
                 --start;
             }
             unsigned int componentLength = end - start;
-            if (level->GetName().Length() != componentLength ||
-                !SameComponent(level->GetName().ToChar(), text + start, componentLength)) {
+            // Names are mostly asked for as they were stored: one compare of equal lengths
+            // settles those.
+            const STDString& name = level->GetName();
+            if (name.Length() != componentLength ||
+                (!hashing::SameBytes(name.ToChar(), text + start, componentLength) &&
+                 !SameComponent(name.ToChar(), text + start, componentLength))) {
                 break;
             }
             level = level->GetParent();

@@ -283,7 +283,11 @@ TEST_F(PackedFileTocTest, LookupsAgreeWithAModelOfTheTree) {
         std::string name;
         int depth = 1 + static_cast<int>(random() % 4);
         for (int level = 0; level < depth; ++level) {
-            name += (level > 0 ? "/" : "") + std::string(parts[random() % 10]) + std::to_string(random() % 7);
+            if (level > 0) {
+                name += '/';
+            }
+            name += parts[random() % 10];
+            name += std::to_string(random() % 7);
         }
         FileTrieNode* node = Insert(toc, name);
         ASSERT_NE(node, nullptr);
@@ -345,6 +349,82 @@ TEST_F(PackedFileTocTest, LookupsAgreeWithAModelOfTheTree) {
     EXPECT_EQ(toc.Find(FixedString(model.begin()->first.c_str())), nullptr);
     FileTrieNode* again = Insert(toc, "Data1/Mesh2");
     EXPECT_EQ(toc.Find(FixedString("data1/MESH2")), again);
+}
+
+// Names of every length up to 40, so the eight-byte steps of the hash and their remainders, made of
+// the bytes either side of the capitals' range and bytes above 0x7F; separators doubled at every place.
+TEST_F(PackedFileTocTest, LookupsOfEveryLengthAndByteAgreeWithTheModel) {
+    ScopedCapture capture;
+    PackedFile_TOC toc;
+    std::mt19937 random(7);
+    const char alphabet[] = {'@',
+                             'A',
+                             'M',
+                             'Z',
+                             '[',
+                             '`',
+                             'a',
+                             'm',
+                             'z',
+                             '{',
+                             '0',
+                             '.',
+                             '_',
+                             static_cast<char>(0xC3),
+                             static_cast<char>(0x80),
+                             static_cast<char>(0xFF)};
+    auto fold = [](std::string text) {
+        for (char& character : text) {
+            if (character >= 'A' && character <= 'Z') {
+                character = static_cast<char>(character + ('a' - 'A'));
+            }
+        }
+        return text;
+    };
+    std::map<std::string, std::pair<std::string, FileTrieNode*>> model;  // folded -> spelling, node
+    for (unsigned int length = 1; length <= 40; ++length) {
+        for (int sample = 0; sample < 6; ++sample) {
+            std::string name;
+            for (unsigned int index = 0; index < length; ++index) {
+                bool separator = index > 0 && index + 1 < length && name.back() != '/' && random() % 5 == 0;
+                name += separator ? '/' : alphabet[random() % sizeof(alphabet)];
+            }
+            FileTrieNode* node = Insert(toc, name);
+            ASSERT_NE(node, nullptr) << name;
+            model.emplace(fold(name), std::make_pair(name, node));
+        }
+    }
+    for (const auto& [folded, entry] : model) {
+        const auto& [name, node] = entry;
+        std::string upper = name;
+        for (char& character : upper) {
+            if (character >= 'a' && character <= 'z') {
+                character = static_cast<char>(character - ('a' - 'A'));
+            }
+        }
+        ASSERT_EQ(toc.Find(FixedString(upper.c_str())), node) << name;
+        ASSERT_EQ(toc.Find(FixedString(folded.c_str())), node) << name;
+        for (size_t place = 0; place < name.size(); ++place) {
+            if (name[place] == '/') {
+                std::string doubled = name;
+                doubled.insert(place, 1, '/');
+                ASSERT_EQ(toc.Find(FixedString(doubled.c_str())), nullptr) << doubled;
+            }
+        }
+        // One byte changed, in the first eight or the last: another name, unless the model has it.
+        for (size_t place : {size_t{0}, name.size() - 1}) {
+            std::string other = name;
+            other[place] = other[place] == 'q' ? 'r' : 'q';
+            auto known = model.find(fold(other));
+            ASSERT_EQ(toc.Find(FixedString(other.c_str())),
+                      known != model.end() ? known->second.second : nullptr)
+                << other;
+        }
+    }
+    // Short names meet again under another case: only that is reported.
+    for (const std::string& message : capture.Messages()) {
+        EXPECT_EQ(message, "Data of trie node already set, overwriting!");
+    }
 }
 
 }  // namespace
