@@ -73,8 +73,10 @@ bool FileReader::LoadFromPack(const Path& path) {
     if (packs == nullptr || !packs->DoesFileExist(path)) {
         return false;
     }
-    // A pack entry always arrives whole and inflated; a view is taken whenever the pack allows it.
-    bool mapped = true;
+    // A pack entry always arrives whole and inflated. Reading it into a block costs less than
+    // mapping it, faulting its pages in one by one and unmapping it again (which makes the kernel
+    // flush the other processors' address caches), except for the largest entries.
+    bool mapped = packs->GetFileSize(path) >= kSmallestMappedPackEntry;
     char* base = nullptr;
     unsigned int offset = 0;
     if (!packs->GetFileData(path, mapped, &base, m_Size, offset, m_ViewSize)) {

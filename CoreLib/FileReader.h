@@ -26,6 +26,10 @@ public:
         BufferType_None = 3,          // nothing loaded
     };
 
+    // Pack entries of this many bytes and more come as views when their pack allows mapping, which
+    // spares a copy and a block as large; smaller ones, and compressed ones, come as blocks.
+    static constexpr unsigned int kSmallestMappedPackEntry = 16u << 20;
+
     // Takes the file from the first pack that holds it, as the pack gives it (a view or a block,
     // already inflated). Otherwise maps the file read-only when memoryMap is set, reads it whole
     // into a block when loadInMemory is set, and else keeps the stream open. A compressed file

@@ -123,6 +123,35 @@ TEST_F(PackedFileManagerTest, TheFirstPackInPathOrderServesANameThatSeveralHold)
     EXPECT_EQ(std::string(static_cast<char*>(reader.GetData()), reader.GetFileSize()), "from a");
 }
 
+// A pack that allows mapping serves a reader a view for an entry of the threshold's size and a block
+// for anything smaller; Ref works on both.
+TEST_F(PackedFileManagerTest, ReadersMapOnlyLargeEntries) {
+    std::string large(FileReader::kSmallestMappedPackEntry, 'L');
+    large.front() = 'F';
+    std::string justBelow(FileReader::kSmallestMappedPackEntry - 1, 'b');
+    MakePack(m_Media / "sizes.pak", {{"large.bin", large}, {"below.bin", justBelow}, {"small.txt", "tiny"}});
+    Manager().CollectPackFiles();
+    struct Case {
+        const wchar_t* name;
+        const std::string* text;
+        FileReader::TBufferType type;
+    };
+    const std::string tiny = "tiny";
+    for (const Case& test : {Case{L"large.bin", &large, FileReader::BufferType_MemoryMapped},
+                             Case{L"below.bin", &justBelow, FileReader::BufferType_Buffer},
+                             Case{L"small.txt", &tiny, FileReader::BufferType_Buffer}}) {
+        FileReader reader(MediaFile(test.name), false, false);
+        ASSERT_TRUE(reader.IsLoaded());
+        EXPECT_TRUE(reader.FromPackFile());
+        EXPECT_EQ(reader.GetType(), test.type);
+        ASSERT_EQ(reader.GetFileSize(), test.text->size());
+        void* pointer = nullptr;
+        ASSERT_EQ(reader.Ref(pointer, 4), 4u);
+        EXPECT_EQ(std::string(static_cast<char*>(pointer), 4), test.text->substr(0, 4));
+        EXPECT_EQ(std::string(static_cast<char*>(reader.GetData()), reader.GetFileSize()), *test.text);
+    }
+}
+
 TEST_F(PackedFileManagerTest, AModFolderOfThePacksNameShadowsThePack) {
     MakePack(m_Media / "Main.pak", {{"Mods/Main/x.txt", "packed"}});
     MakePack(m_Media / "Other.pak", {{"y.txt", "other"}});
