@@ -208,7 +208,9 @@ TEST_F(FixedStringMapTest, RandomOperationsMatchAnUnorderedMapModel) {
     std::unordered_map<std::string, int> model;
     std::vector<FixedString> keys;
     for (int index = 0; index < 60; ++index) {
-        keys.emplace_back(("k" + std::to_string(index * 7919)).c_str());
+        std::string key = "k";
+        key += std::to_string(index * 7919);
+        keys.emplace_back(key.c_str());
     }
     for (int step = 0; step < 5000; ++step) {
         const FixedString& key = keys[random() % keys.size()];

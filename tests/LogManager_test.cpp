@@ -267,7 +267,9 @@ TEST_F(LogManagerTest, ManyThreadsLoggingAtOnceProduceWholeLines) {
         ASSERT_EQ(std::sscanf(message.c_str(), "t%d r%d", &thread, &report), 2) << message;
         ASSERT_EQ(report, nextReport[thread]++) << "reports of one thread arrive in order";
         std::string payload(100 + thread * 37, static_cast<char>('a' + thread));
-        EXPECT_EQ(message, "t" + std::to_string(thread) + " r" + std::to_string(report) + " " + payload);
+        std::string expected = "t";
+        expected += std::to_string(thread) + " r" + std::to_string(report) + " " + payload;
+        EXPECT_EQ(message, expected);
     }
     // Every debug output line is whole: one write per report.
     std::istringstream lines(err.Text());

@@ -162,7 +162,7 @@ TEST(StringHelpersBase64, AgreesWithCoreutilsInBothDirections) {
     ASSERT_NE(pipe, nullptr);
     ASSERT_EQ(pclose(pipe), 0) << script;
     for (unsigned int length = 0; length <= kLongest; ++length) {
-        const std::string suffix = "_" + std::to_string(length);
+        const std::string suffix = std::string("_") + std::to_string(length);
         std::string theirs = ReadWholeFile(folder + "/theirs" + suffix);
         EXPECT_EQ(ours[length], theirs) << "length " << length;
         STDString decoded = base64_decode(STDString(theirs.c_str()));
