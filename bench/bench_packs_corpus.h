@@ -323,7 +323,8 @@ inline bool BuildCorpus(Corpus& corpus) {
     return true;
 }
 
-// Reads every file under the folder once, so that every route starts from a warm page cache.
+// Reads every file under the folder once from the disk, so that every route starts from a warm page
+// cache filled alike.
 inline uint64_t WarmPageCache(const std::filesystem::path& folder) {
     uint64_t bytesRead = 0;
     std::vector<char> buffer(1 << 20);
@@ -335,6 +336,12 @@ inline uint64_t WarmPageCache(const std::filesystem::path& folder) {
         if (descriptor < 0) {
             continue;
         }
+        // The page cache keeps a file in pieces as large as the writes that filled it: a file written
+        // 4 KiB at a time reads back up to 1.6 times slower than one written 1 MiB at a time. Every
+        // file is written back, dropped and read afresh, so all of them sit in the cache alike, as
+        // after a first read from disk, whatever wrote them.
+        fdatasync(descriptor);
+        posix_fadvise(descriptor, 0, 0, POSIX_FADV_DONTNEED);
         ssize_t count = 0;
         while ((count = read(descriptor, buffer.data(), buffer.size())) > 0) {
             bytesRead += static_cast<uint64_t>(count);
