@@ -76,10 +76,10 @@ bool FileReader::LoadFromPack(const Path& path) {
     // A pack entry always arrives whole and inflated. Reading it into a block costs less than
     // mapping it, faulting its pages in one by one and unmapping it again (which makes the kernel
     // flush the other processors' address caches), except for the largest entries.
-    bool mapped = packs->GetFileSize(path) >= kSmallestMappedPackEntry;
+    bool mapped = true;
     char* base = nullptr;
     unsigned int offset = 0;
-    if (!packs->GetFileData(path, mapped, &base, m_Size, offset, m_ViewSize)) {
+    if (!packs->GetFileData(path, mapped, &base, m_Size, offset, m_ViewSize, kSmallestMappedPackEntry)) {
         m_Size = 0;
         m_ViewSize = 0;
         return true;

@@ -292,9 +292,55 @@ ZN_WIDE_KERNEL inline bool SameTextWide(const char* stored, const char* text, si
     return true;
 }
 
-// MatchTags' result.
-ZN_WIDE_KERNEL inline uint32_t MatchTagsWide(const uint16_t* tags, __m512i tag) {
-    return _mm512_cmpeq_epi16_mask(_mm512_loadu_si512(tags), tag);
+// The two sets of kernels a bucket scan takes: which of 32 slots hold a fingerprint, and strncmp's
+// verdict on an entry of the right length.
+struct PlainKernels {
+    static uint32_t MatchGroup(const uint16_t* tags, uint16_t tag) {
+        return MatchTags(tags, _mm_set1_epi16(static_cast<short>(tag)));
+    }
+    static bool SameEntry(const char* stored, const char* text, size_t length, bool textHasNul) {
+        return SameText(stored, text, length, textHasNul);
+    }
+};
+
+struct WideKernels {
+    ZN_WIDE_KERNEL static uint32_t MatchGroup(const uint16_t* tags, uint16_t tag) {
+        return _mm512_cmpeq_epi16_mask(_mm512_loadu_si512(tags), _mm512_set1_epi16(static_cast<short>(tag)));
+    }
+    ZN_WIDE_KERNEL static bool SameEntry(const char* stored, const char* text, size_t length,
+                                         bool textHasNul) {
+        return SameTextWide(stored, text, length, textHasNul);
+    }
+};
+
+// The live entry of the bucket whose text equals the first length bytes of text, or null: the
+// fingerprints are compared 32 at a time, and only the entries they match are read. Always inlined,
+// so that each form of the lookup compiles it with its own instructions.
+template <typename Kernels>
+[[gnu::always_inline]] inline char* ScanBucket(const GlobalStringBucket& bucket,
+                                               const GlobalStringCodes& codes, const char* text,
+                                               unsigned int length, uint16_t tag, bool textHasNul) {
+    if (bucket.m_Block == nullptr) {
+        return nullptr;
+    }
+    const uint16_t* tags = TagsOf(bucket);
+    const uint32_t* slots = CodesOf(bucket);
+    const unsigned int end = SlotCount(bucket);
+    for (unsigned int group = 0; group < end; group += kScanSlots) {
+        for (uint32_t matches = Kernels::MatchGroup(tags + group, tag); matches != 0;
+             matches &= matches - 1) {
+            unsigned int position = group + static_cast<unsigned int>(__builtin_ctz(matches));
+            if (position >= end) {
+                return nullptr;  // the group ran past the chain
+            }
+            char* handle = codes.Decode(slots[position]);
+            if (HeaderOf(handle).m_Length == length &&
+                (handle == text || Kernels::SameEntry(handle, text, length, textHasNul))) {
+                return handle;
+            }
+        }
+    }
+    return nullptr;
 }
 
 bool ProcessorHasWideKernels() {
@@ -469,28 +515,7 @@ char* GlobalStringTable::AddMissing(const char* text, unsigned int length, int r
 }
 
 inline char* GlobalStringTable::Find(const char* text, unsigned int length, const Key& key) const {
-    const GlobalStringBucket& bucket = m_Buckets[key.m_Bucket];
-    if (bucket.m_Block == nullptr) {
-        return nullptr;
-    }
-    const uint16_t* tags = TagsOf(bucket);
-    const uint32_t* codes = CodesOf(bucket);
-    const unsigned int end = SlotCount(bucket);
-    const __m128i tag = _mm_set1_epi16(static_cast<short>(key.m_Tag));
-    for (unsigned int group = 0; group < end; group += kScanSlots) {
-        for (uint32_t matches = MatchTags(tags + group, tag); matches != 0; matches &= matches - 1) {
-            unsigned int position = group + static_cast<unsigned int>(__builtin_ctz(matches));
-            if (position >= end) {
-                return nullptr;  // the group ran past the chain
-            }
-            char* handle = m_Codes.Decode(codes[position]);
-            if (HeaderOf(handle).m_Length == length &&
-                (handle == text || SameText(handle, text, length, key.m_HasNul))) {
-                return handle;
-            }
-        }
-    }
-    return nullptr;
+    return ScanBucket<PlainKernels>(m_Buckets[key.m_Bucket], m_Codes, text, length, key.m_Tag, key.m_HasNul);
 }
 
 ZN_WIDE_KERNEL inline GlobalStringTable::Key GlobalStringTable::MakeKeyWide(const char* text,
@@ -501,28 +526,7 @@ ZN_WIDE_KERNEL inline GlobalStringTable::Key GlobalStringTable::MakeKeyWide(cons
 
 ZN_WIDE_KERNEL inline char* GlobalStringTable::FindWide(const char* text, unsigned int length,
                                                         const Key& key) const {
-    const GlobalStringBucket& bucket = m_Buckets[key.m_Bucket];
-    if (bucket.m_Block == nullptr) {
-        return nullptr;
-    }
-    const uint16_t* tags = TagsOf(bucket);
-    const uint32_t* codes = CodesOf(bucket);
-    const unsigned int end = SlotCount(bucket);
-    const __m512i tag = _mm512_set1_epi16(static_cast<short>(key.m_Tag));
-    for (unsigned int group = 0; group < end; group += kScanSlots) {
-        for (uint32_t matches = MatchTagsWide(tags + group, tag); matches != 0; matches &= matches - 1) {
-            unsigned int position = group + static_cast<unsigned int>(__builtin_ctz(matches));
-            if (position >= end) {
-                return nullptr;  // the group ran past the chain
-            }
-            char* handle = m_Codes.Decode(codes[position]);
-            if (HeaderOf(handle).m_Length == length &&
-                (handle == text || SameTextWide(handle, text, length, key.m_HasNul))) {
-                return handle;
-            }
-        }
-    }
-    return nullptr;
+    return ScanBucket<WideKernels>(m_Buckets[key.m_Bucket], m_Codes, text, length, key.m_Tag, key.m_HasNul);
 }
 
 ZN_WIDE_KERNEL char* GlobalStringTable::InternWide(const char* text, unsigned int length,

@@ -599,6 +599,17 @@ bool PackedFile::OpenFurtherParts() {
     return true;
 }
 
+void PackedFile::ReleaseFileData(bool mapped, char* base, unsigned int size, unsigned int viewSize) {
+    if (base == nullptr) {
+        return;
+    }
+    if (mapped) {
+        platform::UnmapView(base, viewSize);
+    } else {
+        MemoryManager::SizedFree(base, size);
+    }
+}
+
 bool PackedFile::MapEntry(FileReaderPacked* reader, uint64_t fileOffset, const PackedFileEntry& entry,
                           char*& base, unsigned int& offset, unsigned int& viewSize) {
     uint64_t granularity = platform::MappingGranularity();

@@ -118,6 +118,9 @@ public:
     // manager's lookups, which make their keys without interning them.
     bool GetFileData(const FileTrieNode* node, bool& mapped, char*& base, unsigned int& size,
                      unsigned int& offset, unsigned int& viewSize);
+    // Gives back what GetFileData handed out: unmaps the view, or frees the block by its size's rule.
+    // A null base is ignored.
+    static void ReleaseFileData(bool mapped, char* base, unsigned int size, unsigned int viewSize);
 
     // A file or a directory of that name is in the pack.
     bool ContainsFile(const char* name);

@@ -150,6 +150,12 @@ void PackedFileManager::LoadPackFile(const Path& path) {
 
 bool PackedFileManager::GetFileData(const Path& path, bool& mapped, char** base, unsigned int& size,
                                     unsigned int& offset, unsigned int& viewSize) {
+    return GetFileData(path, mapped, base, size, offset, viewSize, 0);
+}
+
+bool PackedFileManager::GetFileData(const Path& path, bool& mapped, char** base, unsigned int& size,
+                                    unsigned int& offset, unsigned int& viewSize,
+                                    unsigned int smallestMapped) {
     PackKey key(path);
     bool wanted = mapped;
     for (unsigned int index = 0; index < m_Packs.GetSize(); ++index) {
@@ -160,7 +166,7 @@ bool PackedFileManager::GetFileData(const Path& path, bool& mapped, char** base,
             continue;
         }
         // Each pack is asked for what the caller wanted, whatever an earlier pack made of it.
-        mapped = wanted;
+        mapped = wanted && PackedFile::GetEntrySize(node->GetData()) >= smallestMapped;
         if (pack->GetFileData(node, mapped, *base, size, offset, viewSize)) {
             return true;
         }

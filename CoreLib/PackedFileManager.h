@@ -34,6 +34,10 @@ public:
                      unsigned int& viewSize);
     bool GetFileData(const wchar_t* const path, bool& mapped, char** base, unsigned int& size,
                      unsigned int& offset, unsigned int& viewSize);
+    // As the first form, asking for a view only when the file's uncompressed size is at least
+    // smallestMapped bytes: one lookup where asking GetFileSize first would make two.
+    bool GetFileData(const Path& path, bool& mapped, char** base, unsigned int& size, unsigned int& offset,
+                     unsigned int& viewSize, unsigned int smallestMapped);
     // True when a pack holds the name, as a file or as a directory.
     bool DoesFileExist(const Path& path);
     // The uncompressed size of the first pack's entry; 0 when no pack has it.

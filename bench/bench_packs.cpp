@@ -10,13 +10,11 @@
 #include "CoreLib/GlobalStringTable.h"
 #include "CoreLib/LogManager.h"
 #include "CoreLib/Logger.h"
-#include "CoreLib/MemoryManager.h"
 #include "CoreLib/PackedFile.h"
 #include "CoreLib/PackedFileManager.h"
 #include "CoreLib/PackedFile_TOC.h"
 #include "CoreLib/Path.h"
 #include "CoreLib/Singleton.h"
-#include "CoreLib/platform/File.h"
 #include "bench/bench_packs_corpus.h"
 
 #include <benchmark/benchmark.h>
@@ -177,57 +175,67 @@ void OpenLibzip(benchmark::State& state, const std::filesystem::path* zip) {
 
 // ---- looking up every name ----
 
+// Looks every name up once an iteration, through found(visit), and checks that all were found.
+template <typename Found>
+void LookUpEveryName(benchmark::State& state, Found found) {
+    unsigned int count = 0;
+    for (auto _ : state) {
+        count = 0;
+        for (unsigned int visit = 0; visit < kFileCount; ++visit) {
+            count += found(visit) ? 1 : 0;
+        }
+    }
+    CountLookups(state, count);
+}
+
+// The stored zip mounted in PhysFS for one measure; a failed mount skips the measure.
+class PhysfsMount {
+public:
+    PhysfsMount(benchmark::State& state, const std::filesystem::path& zip) : m_Zip(zip) {
+        m_Mounted = PHYSFS_mount(m_Zip.c_str(), nullptr, 1) != 0;
+        if (!m_Mounted) {
+            state.SkipWithError("PHYSFS_mount failed");
+        }
+    }
+    ~PhysfsMount() {
+        if (m_Mounted) {
+            PHYSFS_unmount(m_Zip.c_str());
+        }
+    }
+    PhysfsMount(const PhysfsMount&) = delete;
+    PhysfsMount& operator=(const PhysfsMount&) = delete;
+    bool IsMounted() const { return m_Mounted; }
+
+private:
+    const std::filesystem::path& m_Zip;
+    bool m_Mounted = false;
+};
+
 void LookupManagerPrebuilt(benchmark::State& state) {
     MediaScope media(g_Corpus.storedMedia);
     std::vector<zn::Path> paths = MediaPaths();
-    unsigned int found = 0;
-    for (auto _ : state) {
-        found = 0;
-        for (const zn::Path& path : paths) {
-            found += Manager()->DoesFileExist(path);
-        }
-    }
-    CountLookups(state, found);
+    LookUpEveryName(state, [&](unsigned int visit) { return Manager()->DoesFileExist(paths[visit]); });
 }
 
 void LookupManagerPathInLoop(benchmark::State& state) {
     MediaScope media(g_Corpus.storedMedia);
-    unsigned int found = 0;
-    for (auto _ : state) {
-        found = 0;
-        for (unsigned int visit = 0; visit < kFileCount; ++visit) {
-            zn::Path path(zn::STDString(NameAt(visit).c_str()), zn::Path::ROOT_MEDIA);
-            found += Manager()->DoesFileExist(path);
-        }
-    }
-    CountLookups(state, found);
+    LookUpEveryName(state, [](unsigned int visit) {
+        zn::Path path(zn::STDString(NameAt(visit).c_str()), zn::Path::ROOT_MEDIA);
+        return Manager()->DoesFileExist(path);
+    });
 }
 
 // The public question of a game: the disk first (a failed stat here), then the packs.
 void LookupFileSystemPrebuilt(benchmark::State& state) {
     MediaScope media(g_Corpus.storedMedia);
     std::vector<zn::Path> paths = MediaPaths();
-    unsigned int found = 0;
-    for (auto _ : state) {
-        found = 0;
-        for (const zn::Path& path : paths) {
-            found += zn::FileSystem::FileExists(path);
-        }
-    }
-    CountLookups(state, found);
+    LookUpEveryName(state, [&](unsigned int visit) { return zn::FileSystem::FileExists(paths[visit]); });
 }
 
 void LookupPackContainsFile(benchmark::State& state) {
     zn::PackedFile pack(false);
     pack.Load(zn::bench::PathOf(g_Corpus.storedPack));
-    unsigned int found = 0;
-    for (auto _ : state) {
-        found = 0;
-        for (unsigned int visit = 0; visit < kFileCount; ++visit) {
-            found += pack.ContainsFile(NameAt(visit).c_str());
-        }
-    }
-    CountLookups(state, found);
+    LookUpEveryName(state, [&](unsigned int visit) { return pack.ContainsFile(NameAt(visit).c_str()); });
 }
 
 // The trie alone, with the interned keys made beforehand: what a lookup costs without interning.
@@ -238,49 +246,27 @@ void LookupTrieWithKeys(benchmark::State& state) {
     for (unsigned int visit = 0; visit < kFileCount; ++visit) {
         keys.emplace_back(NameAt(visit).c_str());
     }
-    unsigned int found = 0;
-    for (auto _ : state) {
-        found = 0;
-        for (const zn::FixedString& key : keys) {
-            zn::CSLock lock(&pack.GetCriticalSection());
-            found += pack.GetTOC()->Find(key) != nullptr;
-        }
-    }
-    CountLookups(state, found);
+    LookUpEveryName(state, [&](unsigned int visit) {
+        zn::CSLock lock(&pack.GetCriticalSection());
+        return pack.GetTOC()->Find(keys[visit]) != nullptr;
+    });
 }
 
 void LookupPhysfsExists(benchmark::State& state) {
-    if (PHYSFS_mount(g_Corpus.storedZip.c_str(), nullptr, 1) == 0) {
-        state.SkipWithError("PHYSFS_mount failed");
-        return;
+    PhysfsMount zip(state, g_Corpus.storedZip);
+    if (zip.IsMounted()) {
+        LookUpEveryName(state, [](unsigned int visit) { return PHYSFS_exists(NameAt(visit).c_str()) != 0; });
     }
-    unsigned int found = 0;
-    for (auto _ : state) {
-        found = 0;
-        for (unsigned int visit = 0; visit < kFileCount; ++visit) {
-            found += PHYSFS_exists(NameAt(visit).c_str()) != 0;
-        }
-    }
-    PHYSFS_unmount(g_Corpus.storedZip.c_str());
-    CountLookups(state, found);
 }
 
 void LookupPhysfsStat(benchmark::State& state) {
-    if (PHYSFS_mount(g_Corpus.storedZip.c_str(), nullptr, 1) == 0) {
-        state.SkipWithError("PHYSFS_mount failed");
-        return;
-    }
-    unsigned int found = 0;
-    for (auto _ : state) {
-        found = 0;
-        for (unsigned int visit = 0; visit < kFileCount; ++visit) {
+    PhysfsMount zip(state, g_Corpus.storedZip);
+    if (zip.IsMounted()) {
+        LookUpEveryName(state, [](unsigned int visit) {
             PHYSFS_Stat stat;
-            found +=
-                PHYSFS_stat(NameAt(visit).c_str(), &stat) != 0 && stat.filetype == PHYSFS_FILETYPE_REGULAR;
-        }
+            return PHYSFS_stat(NameAt(visit).c_str(), &stat) != 0 && stat.filetype == PHYSFS_FILETYPE_REGULAR;
+        });
     }
-    PHYSFS_unmount(g_Corpus.storedZip.c_str());
-    CountLookups(state, found);
 }
 
 void LookupLibzip(benchmark::State& state) {
@@ -290,15 +276,9 @@ void LookupLibzip(benchmark::State& state) {
         state.SkipWithError("zip_open failed");
         return;
     }
-    unsigned int found = 0;
-    for (auto _ : state) {
-        found = 0;
-        for (unsigned int visit = 0; visit < kFileCount; ++visit) {
-            found += zip_name_locate(archive, NameAt(visit).c_str(), 0) >= 0;
-        }
-    }
+    LookUpEveryName(
+        state, [&](unsigned int visit) { return zip_name_locate(archive, NameAt(visit).c_str(), 0) >= 0; });
     zip_discard(archive);
-    CountLookups(state, found);
 }
 
 // ---- reading every file ----
@@ -350,11 +330,7 @@ void ReadGetFileData(benchmark::State& state, const std::filesystem::path* pack,
             }
             checksum += Touch(base + offset, size);
             mappedCount += mapped;
-            if (mapped) {
-                zn::platform::UnmapView(base, viewSize);
-            } else {
-                zn::MemoryManager::SizedFree(base, size);
-            }
+            zn::PackedFile::ReleaseFileData(mapped, base, size, viewSize);
         }
     }
     state.counters["mapped_files"] = mappedCount;
@@ -362,8 +338,8 @@ void ReadGetFileData(benchmark::State& state, const std::filesystem::path* pack,
 }
 
 void ReadPhysfs(benchmark::State& state, const std::filesystem::path* zip) {
-    if (PHYSFS_mount(zip->c_str(), nullptr, 1) == 0) {
-        state.SkipWithError("PHYSFS_mount failed");
+    PhysfsMount mount(state, *zip);
+    if (!mount.IsMounted()) {
         return;
     }
     std::vector<char>& buffer = SharedBuffer();
@@ -386,7 +362,6 @@ void ReadPhysfs(benchmark::State& state, const std::filesystem::path* zip) {
             }
         }
     }
-    PHYSFS_unmount(zip->c_str());
     CountReads(state, checksum);
 }
 

@@ -5,6 +5,8 @@
 #include "CoreLib/PackedFile_TOC.h"
 #include "tests/support/PackTestSupport.h"
 
+#include <sys/mman.h>
+
 #include <gtest/gtest.h>
 #include <zlib.h>
 
@@ -271,6 +273,24 @@ TEST_F(PackedFileTest, ReadsBackEveryFileMappedAndAsABlock) {
         EXPECT_STREQ(heap->GetHeapName(), size >= 0x100000 ? "LARGEBLOCK" : "GLOBAL");
         ReleaseFileData(mapped, base, size, viewSize);
     }
+
+    // The library's own release gives a block back to its heap and unmaps a view; null is ignored.
+    for (const char* name : {"dir/small.bin", "large.bin"}) {
+        mapped = false;
+        ASSERT_TRUE(reader.GetFileData(name, mapped, base, size, offset, viewSize));
+        HeapBase* heap = HeapBase::FindHeapByPtr(base);
+        ASSERT_NE(heap, nullptr);
+        size_t inUse = heap->GetMemoryInUse();
+        PackedFile::ReleaseFileData(mapped, base, size, viewSize);
+        EXPECT_LT(heap->GetMemoryInUse(), inUse) << name;
+    }
+    mapped = true;
+    ASSERT_TRUE(reader.GetFileData("large.bin", mapped, base, size, offset, viewSize));
+    ASSERT_TRUE(mapped);
+    EXPECT_EQ(msync(base, viewSize, MS_ASYNC), 0);
+    PackedFile::ReleaseFileData(mapped, base, size, viewSize);
+    EXPECT_NE(msync(base, viewSize, MS_ASYNC), 0) << "the view is still mapped";
+    PackedFile::ReleaseFileData(false, nullptr, 5000, 0);
 
     ScopedCapture capture;
     Bytes content;

@@ -46,21 +46,6 @@ private:
     int m_Descriptor;
 };
 
-bool WriteAll(int descriptor, const char* bytes, size_t count) {
-    while (count > 0) {
-        ssize_t written = write(descriptor, bytes, count);
-        if (written < 0 && errno == EINTR) {
-            continue;
-        }
-        if (written <= 0) {
-            return false;
-        }
-        bytes += written;
-        count -= static_cast<size_t>(written);
-    }
-    return true;
-}
-
 // The fallback where the kernel cannot copy between the two file systems.
 bool CopyByReading(int source, int target) {
     char block[64 * 1024];
@@ -82,6 +67,21 @@ bool CopyByReading(int source, int target) {
 }
 
 }  // namespace
+
+bool WriteAll(int descriptor, const char* bytes, size_t count) {
+    while (count > 0) {
+        ssize_t written = write(descriptor, bytes, count);
+        if (written < 0 && errno == EINTR) {
+            continue;
+        }
+        if (written <= 0) {
+            return false;
+        }
+        bytes += written;
+        count -= static_cast<size_t>(written);
+    }
+    return true;
+}
 
 FILE* OpenStream(const char* path, const char* mode) {
     return std::fopen(path, mode);

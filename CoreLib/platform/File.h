@@ -56,6 +56,9 @@ void CloseMapping(MappedFile& file);
 // Maps size bytes from offset, which must be a multiple of MappingGranularity(); null on failure.
 void* MapView(const MappedFile& file, uint64_t offset, size_t size);
 void UnmapView(void* view, size_t size);
+// Writes all count bytes at the descriptor's position, resuming after interruptions and short
+// writes; false on an error.
+bool WriteAll(int descriptor, const char* bytes, size_t count);
 // Reads up to size bytes at offset; the count read, or -1.
 long long ReadAt(const MappedFile& file, void* target, size_t size, uint64_t offset);
 // The alignment a view's offset needs: the page size.

@@ -2,7 +2,6 @@
 // entry it lists is read back mapped and unmapped and looked up the ways the manager does. A pack is
 // outside data, so whatever the bytes, the reader must report and refuse, never read out of bounds.
 #include "CoreLib/CoreLib.h"
-#include "CoreLib/platform/File.h"
 
 #include <unistd.h>
 #include <cstdint>
@@ -41,16 +40,12 @@ void ReadEntry(zn::PackedFile& pack, const char* name, bool wantMapped) {
         return;
     }
     unsigned int sum = 0;
-    const unsigned char* bytes = reinterpret_cast<const unsigned char*>(base) + (mapped ? offset : 0);
+    const unsigned char* bytes = reinterpret_cast<const unsigned char*>(base) + offset;
     for (unsigned int index = 0; index < size; ++index) {
         sum += bytes[index];
     }
     g_Checksum = g_Checksum + sum;
-    if (mapped) {
-        zn::platform::UnmapView(base, viewSize);
-    } else {
-        zn::MemoryManager::SizedFree(base, size);
-    }
+    zn::PackedFile::ReleaseFileData(mapped, base, size, viewSize);
 }
 
 void Exercise(const uint8_t* data, size_t size) {

@@ -2,6 +2,7 @@
 // folder descriptors, so that a link planted anywhere below the folder cannot redirect a write.
 #include "tools/corelib/ExtractFolder.h"
 
+#include "CoreLib/platform/File.h"
 #include "tools/corelib/ToolOutput.h"
 
 #include <fcntl.h>
@@ -20,25 +21,6 @@ bool IsSeparator(char character) {
     return character == '/' || character == '\\';
 }
 
-std::string Quoted(const std::string& text) {
-    return "'" + Printable(text) + "'";
-}
-
-// Writes all of size bytes, resuming after interruptions and short writes.
-bool WriteAll(int descriptor, const char* data, size_t size) {
-    while (size > 0) {
-        ssize_t written = write(descriptor, data, size);
-        if (written < 0 && errno == EINTR) {
-            continue;
-        }
-        if (written <= 0) {
-            return false;
-        }
-        data += written;
-        size -= static_cast<size_t>(written);
-    }
-    return true;
-}
 }  // namespace
 
 std::string CheckEntryName(const std::string& name) {
@@ -144,7 +126,7 @@ bool ExtractFolder::WriteFile(const std::string& name, const char* data, size_t 
         temporary = ".corelib-extract-" + std::to_string(getpid()) + "-" + std::to_string(m_TemporaryCount++);
         file = openat(folder, temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
     } while (file < 0 && errno == EEXIST);
-    bool written = file >= 0 && WriteAll(file, data, size);
+    bool written = file >= 0 && platform::WriteAll(file, data, size);
     int savedError = errno;
     if (file >= 0 && close(file) != 0 && written) {
         written = false;

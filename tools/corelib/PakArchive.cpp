@@ -4,10 +4,8 @@
 
 #include "CoreLib/CriticalSection.h"
 #include "CoreLib/FixedString.h"
-#include "CoreLib/MemoryManager.h"
 #include "CoreLib/Path.h"
 #include "CoreLib/STDString.h"
-#include "CoreLib/platform/File.h"
 #include "tools/corelib/ToolOutput.h"
 
 #include <strings.h>
@@ -29,20 +27,13 @@ bool FileSize(const std::string& path, uint64_t& size) {
     return true;
 }
 
-std::string Quoted(const std::string& text) {
-    return "'" + Printable(text) + "'";
-}
 }  // namespace
 
 void EntryBytes::Release() {
     if (m_Base == nullptr) {
         return;
     }
-    if (m_Mapped) {
-        platform::UnmapView(m_Base, m_ViewSize);
-    } else {
-        MemoryManager::SizedFree(m_Base, m_Size);
-    }
+    PackedFile::ReleaseFileData(m_Mapped, m_Base, m_Size, m_ViewSize);
     m_Base = nullptr;
     m_Size = 0;
     m_Offset = 0;

@@ -28,10 +28,6 @@ private:
     unsigned int m_Count = 0;
 };
 
-std::string Quoted(const std::string& text) {
-    return "'" + Printable(text) + "'";
-}
-
 void CheckParts(const PakArchive& archive, ProblemList& problems) {
     for (unsigned int part = 0; part < archive.GetPartCount(); ++part) {
         struct stat info;

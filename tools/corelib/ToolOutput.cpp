@@ -66,9 +66,10 @@ void ToolOutput::Progress(unsigned int done, unsigned int total, const std::stri
     }
     std::string shown = Printable(name);
     if (shown.size() > kMaxProgressName) {
-        shown = "..." + shown.substr(shown.size() - kMaxProgressName + 3);
+        shown.replace(0, shown.size() - kMaxProgressName + 3, "...");
     }
-    std::string line = "[" + std::to_string(done) + "/" + std::to_string(total) + "] " + shown;
+    std::string line = "[";
+    line += std::to_string(done) + "/" + std::to_string(total) + "] " + shown;
     size_t width = line.size();
     // Blanks cover what a longer earlier line left behind.
     if (width < m_ProgressWidth) {
@@ -106,6 +107,14 @@ std::string Printable(const std::string& name) {
         }
     }
     return shown;
+}
+
+std::string Quoted(const std::string& name) {
+    // Appended, not concatenated: GCC 12 warns falsely on "'" + std::string at -O3.
+    std::string quoted = "'";
+    quoted += Printable(name);
+    quoted += '\'';
+    return quoted;
 }
 
 }  // namespace zn::tools

@@ -51,5 +51,7 @@ std::string Counted(uint64_t count, const char* one, const char* many);
 // The name with control characters written as \xNN, so that a hostile entry name can neither
 // break a line of output nor send escape sequences to a terminal.
 std::string Printable(const std::string& name);
+// The printable name between single quotes, as messages show names.
+std::string Quoted(const std::string& name);
 
 }  // namespace zn::tools
